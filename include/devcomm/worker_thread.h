@@ -59,7 +59,7 @@ DEVCOMM_API int ThreadUninit(CommonThread_st* thread);
 /// Sets the status to 1, names the handle and, if no thread runs, starts one that calls entry(thread, arg).
 ///
 /// @param thread  from ThreadInit
-/// @param entry   the worker function
+/// @param entry   the worker function; null fails as a thread that could not be made, with EINVAL
 /// @param arg     passed on; must live as long as the worker uses it
 /// @param name    cut to 63 characters; null counts as empty
 /// @return 0, also when a thread was already running: then the handle is renamed and its status is 1, but

@@ -2,9 +2,10 @@
 
 #include "internal/join_thread.h"
 #include "internal/relaxed.h"
+#include "internal/thread_name.h"
 
+#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <new>
 
 #include <unistd.h>
@@ -19,24 +20,14 @@ constexpr useconds_t kStopPollUs = 100000;
 void* run_entry(void* arg)
 {
   auto* thread = static_cast<CommonThread_st*>(arg);
-  if (thread->entry != nullptr)
-  {
-    thread->entry(thread, thread->arg);
-  }
+  thread->entry(thread, thread->arg);
   return nullptr; // ends the thread as pthread_exit(nullptr) does
-}
-
-// Needs stateLock.
-void set_name(CommonThread_st* thread, const char* name)
-{
-  memset(thread->name, 0, sizeof thread->name);
-  memcpy(thread->name, name, strnlen(name, sizeof thread->name - 1));
 }
 
 // Needs stateLock.
 void reset_to_idle(CommonThread_st* thread)
 {
-  thread->name[0] = '\0';
+  relaxed_store(thread->name[0], '\0');
   thread->tid = 0;
   relaxed_store(thread->pid, 0);
   relaxed_store(thread->status, 0);
@@ -46,7 +37,8 @@ void reset_to_idle(CommonThread_st* thread)
 int create_thread(CommonThread_st* thread, const char* name)
 {
   thread->tid = kThreadStarting;
-  const int error = pthread_create(&thread->tid, nullptr, run_entry, thread);
+  const int error =
+      thread->entry == nullptr ? EINVAL : pthread_create(&thread->tid, nullptr, run_entry, thread);
   if (error != 0)
   {
     printf("start thread fail, name=%s\n", name);
@@ -65,7 +57,7 @@ void wait_for_other_stop(CommonThread_st* thread)
     if (--left == 0)
     {
       printf("ThreadStop %d (%p)thread(%d) (%s) stopping timeout break...\n", kStopPolls,
-             static_cast<void*>(thread), pid, thread->name);
+             static_cast<void*>(thread), pid, ThreadNameCopy(thread->name).text);
       return;
     }
     if (pid == 0)
@@ -120,7 +112,7 @@ int ThreadStart(CommonThread_st* thread, void (*entry)(CommonThread_st*, void*),
   pthread_mutex_lock(&thread->stateLock);
   // Before the check for a running thread: a repeated start renames the handle and re-arms the flag.
   relaxed_store(thread->status, 1);
-  set_name(thread, name);
+  set_thread_name(thread->name, name);
   int result = 0;
   if (thread->tid != 0)
   {
