@@ -1,0 +1,118 @@
+#include <devcomm/lock.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+class FileLock : public testing::Test
+{
+protected:
+  void SetUp() override
+  {
+    ASSERT_NE(mkdtemp(directory), nullptr);
+    path = std::string(directory) + "/lock";
+  }
+
+  void TearDown() override
+  {
+    unlink(path.c_str());
+    rmdir(directory);
+  }
+
+  bool is_free() const
+  {
+    const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    const bool taken = flock(fd, LOCK_EX | LOCK_NB) == 0;
+    close(fd);
+    return taken;
+  }
+
+  char directory[32] = "/tmp/devcomm_lock_XXXXXX";
+  std::string path;
+};
+
+} // namespace
+
+TEST(Lock, ExcludesUntilTheScopeEnds)
+{
+  CLock lock;
+  {
+    CAutoLock guard(&lock);
+    int seen = 0;
+    std::thread([&] { seen = lock.Trylock(); }).join();
+    EXPECT_EQ(seen, EBUSY);
+  }
+  EXPECT_EQ(lock.Trylock(), 0);
+  EXPECT_EQ(lock.Unlock(), 0);
+  CAutoLock nothing(nullptr);
+  CFileAutoLock nothing_either(nullptr);
+}
+
+TEST_F(FileLock, ExcludesOtherObjectsAndProcessesUntilTheScopeEnds)
+{
+  const mode_t mask = umask(0);
+  CFileLock lock(path.data());
+  umask(mask);
+  struct stat info = {};
+  ASSERT_EQ(stat(path.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0666u);
+  {
+    CFileAutoLock guard(&lock);
+    EXPECT_FALSE(is_free());
+    EXPECT_EQ(lock.Unlock(), 0);
+    EXPECT_TRUE(is_free());
+    EXPECT_EQ(lock.Lock(), 0);
+  }
+  EXPECT_TRUE(is_free());
+  {
+    CFileLock other(path.data());
+    other.Lock();
+    EXPECT_FALSE(is_free());
+  }
+  EXPECT_TRUE(is_free()) << "the end of the object gives the lock up";
+
+  std::string missing = path + "/no/such";
+  CFileLock bad(missing.data());
+  CFileLock null(nullptr);
+  EXPECT_EQ(bad.Lock(), -1);
+  EXPECT_EQ(bad.Unlock(), -1);
+  EXPECT_EQ(null.Lock(), -1);
+}
+
+TEST_F(FileLock, ASignalDoesNotEndTheWait)
+{
+  struct sigaction action = {};
+  struct sigaction before = {};
+  action.sa_handler = [](int) {
+  };
+  sigaction(SIGUSR1, &action, &before);
+  CFileLock holder(path.data());
+  CFileLock waiter(path.data());
+  holder.Lock();
+  std::atomic<int> result{1};
+  std::thread waiting([&] { result = waiter.Lock(); });
+  for (int i = 0; i < 20; ++i)
+  {
+    usleep(1000);
+    pthread_kill(waiting.native_handle(), SIGUSR1);
+  }
+  EXPECT_EQ(result, 1);
+  holder.Unlock();
+  waiting.join();
+  EXPECT_EQ(result, 0);
+  sigaction(SIGUSR1, &before, nullptr);
+}
