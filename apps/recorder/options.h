@@ -1,0 +1,19 @@
+#pragma once
+
+/// What the command line asks for.
+struct Options
+{
+  int port = 9554;             ///< TCP port that viewers connect to, 1 to 65535
+  const char* input = nullptr; ///< file or pipe, "-" for standard input; null for the built-in clip
+  int seconds = 0;             ///< stop by itself after this time; 0 runs until a signal
+  bool help = false;           ///< --help was given: nothing else counts
+};
+
+/// Reads the command line: "--name value" or "--name=value".
+///
+/// @param argv  as given to main; the strings stay in use for as long as the options
+/// @return true when it is right; otherwise one line on standard error says what is wrong
+bool parse_options(int argc, char** argv, Options& options);
+
+/// What --help prints.
+extern const char* const kUsage;
