@@ -3,3 +3,14 @@
 /// @file
 /// The whole library in one include; each family's header can be included alone.
 
+#include <devcomm/block_pool.h>
+#include <devcomm/byte_buffer.h>
+#include <devcomm/coordinates.h>
+#include <devcomm/frame_buffer.h>
+#include <devcomm/frame_info.h>
+#include <devcomm/line_buffer.h>
+#include <devcomm/lock.h>
+#include <devcomm/socket.h>
+#include <devcomm/thread.h>
+#include <devcomm/time_process.h>
+#include <devcomm/worker_thread.h>
