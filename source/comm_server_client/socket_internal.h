@@ -23,3 +23,9 @@ int close_failed(int fd);
 
 /// Refuses descriptor 0 and passes any other on: callers take results below 1 for failures.
 int refuse_zero(int fd);
+
+/// The text of get_sock_info in a buffer of the caller, for threads that log at the same time.
+///
+/// @param size  64 holds every text
+/// @return text
+char* sock_info_text(int sock, char* text, size_t size);

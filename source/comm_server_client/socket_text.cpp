@@ -1,5 +1,7 @@
 #include "devcomm/socket.h"
 
+#include "comm_server_client/socket_internal.h"
+
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -53,14 +55,20 @@ void print_with_word(const Endpoint& end, char* text, size_t size)
 
 } // namespace
 
+char* sock_info_text(int sock, char* text, size_t size)
+{
+  const Endpoint local = endpoint_of(sock, getsockname);
+  const Endpoint peer = endpoint_of(sock, getpeername);
+  snprintf(text, size, "[%d](%s:%d)<->(%s:%d)", sock, local.text, local.port, peer.text, peer.port);
+  return text;
+}
+
 char* get_sock_info(int sock)
 {
   static char text[64];
-  const Endpoint local = endpoint_of(sock, getsockname);
-  const Endpoint peer = endpoint_of(sock, getpeername);
   // Threads log through the one buffer at once: its last byte stays NUL whatever they write into it.
   char line[sizeof text] = {};
-  snprintf(line, sizeof line, "[%d](%s:%d)<->(%s:%d)", sock, local.text, local.port, peer.text, peer.port);
+  sock_info_text(sock, line, sizeof line);
   memcpy(text, line, sizeof text);
   return text;
 }
