@@ -1,0 +1,239 @@
+#include "comm_server_client/tcp_connection.h"
+
+#include <devcomm/socket.h>
+#include <devcomm/time_process.h>
+
+#include "internal/assert_report.h"
+#include "internal/relaxed.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int kPassMs = 20;
+constexpr int kReadBytes = 4096;
+
+thread_local const tcp_client_st* currentClient = nullptr;
+
+int64_t now_ms()
+{
+  return static_cast<int64_t>(msecdiff(0));
+}
+
+/// The connection's thread at work: one object for its whole run.
+class ConnectionLoop
+{
+public:
+  explicit ConnectionLoop(Connection& connection) : c(connection), sock(connection.sock) {}
+
+  void run();
+  void finish();
+
+private:
+  bool pass();
+  bool report(SERVICE_STATE_E state);
+  bool idle();
+  bool look_for_output();
+  short wait(int64_t passStart);
+  bool receive();
+  bool send();
+
+  Connection& c;
+  const int sock; // the record's may be taken away by then; this one is ours to close
+  bool checkError = true;
+};
+
+void ConnectionLoop::run()
+{
+  if (!report(SERVICE_STATE_START))
+  {
+    return;
+  }
+  while (ThreadGetStatus(c.thread) != 0 && pass())
+  {
+  }
+}
+
+void ConnectionLoop::finish()
+{
+  report(SERVICE_STATE_CLOSE);
+  relaxed_store(c.sock, -1);
+  if (sock >= 1)
+  {
+    close(sock);
+  }
+}
+
+// False: the connection ends.
+bool ConnectionLoop::pass()
+{
+  const int64_t now = now_ms();
+  // The wait tells of a pending error as well, so the socket is only asked at first and after such a hint.
+  if (checkError && check_sock_err(sock) < 0)
+  {
+    return false;
+  }
+  checkError = false;
+  if (llabs(now - c.lastActiveMs) > relaxed_load(c.timeoutMs))
+  {
+    return false;
+  }
+  if (!idle())
+  {
+    return false;
+  }
+  const short ready = wait(now);
+  checkError = (ready & (POLLERR | POLLHUP | POLLNVAL)) != 0;
+  if ((ready & (POLLIN | POLLERR | POLLHUP)) != 0 && !receive())
+  {
+    return false;
+  }
+  return (ready & POLLOUT) == 0 || send();
+}
+
+// False: the callback ends the connection.
+bool ConnectionLoop::report(SERVICE_STATE_E state)
+{
+  if (c.callback == nullptr)
+  {
+    return false;
+  }
+  tcp_server_st* server = c.link == nullptr ? nullptr : relaxed_load(c.link->server);
+  const int used = c.callback(state, reinterpret_cast<const char*>(c.recvBuf->Buffer()),
+                              static_cast<int>(c.recvBuf->Length()), server, &c, c.arg);
+  if (used > 0)
+  {
+    c.recvBuf->Drain(static_cast<unsigned>(used));
+  }
+  relaxed_store(c.recvLength, static_cast<int>(c.recvBuf->Length()));
+  return used >= 0;
+}
+
+bool ConnectionLoop::idle()
+{
+  pthread_mutex_lock(&c.sendLock);
+  const bool held = c.holdFlag != 0 && c.sendBuf->Length() > 0;
+  pthread_mutex_unlock(&c.sendLock);
+  return held || report(SERVICE_STATE_IDLE);
+}
+
+// With nothing to send the thread is about to sleep without an eye on the socket's room: who queues must wake it.
+bool ConnectionLoop::look_for_output()
+{
+  pthread_mutex_lock(&c.sendLock);
+  const bool waiting = c.sendBuf->Length() > 0;
+  relaxed_store(c.asleep, waiting ? 0 : 1);
+  pthread_mutex_unlock(&c.sendLock);
+  return waiting;
+}
+
+// What the socket is ready for within the pass; 0 for nothing. A wake goes on waiting with the eye on the socket's
+// room, so that it makes no pass, and no IDLE, of its own.
+short ConnectionLoop::wait(int64_t passStart)
+{
+  int left = kPassMs;
+  do
+  {
+    pollfd fds[2] = {{sock, POLLIN, 0}, {c.wakeFd, POLLIN, 0}};
+    fds[0].events = static_cast<short>(look_for_output() ? POLLIN | POLLOUT : POLLIN);
+    const int count = poll(fds, 2, left);
+    relaxed_store(c.asleep, 0);
+    if (count < 1)
+    {
+      return 0;
+    }
+    if (fds[1].revents != 0)
+    {
+      eventfd_t wakes;
+      eventfd_read(c.wakeFd, &wakes);
+    }
+    if (fds[0].revents != 0)
+    {
+      return fds[0].revents;
+    }
+    left = static_cast<int>(std::clamp<int64_t>(passStart + kPassMs - now_ms(), 0, kPassMs));
+  } while (left > 0);
+  return 0;
+}
+
+bool ConnectionLoop::receive()
+{
+  const int count = c.recvBuf->Read(sock, kReadBytes);
+  if (count <= 0)
+  {
+    return count < 0 && (errno == EAGAIN || errno == EINTR);
+  }
+  c.lastActiveMs = now_ms();
+  if (!report(SERVICE_STATE_RECV))
+  {
+    DEVCOMM_ASSERT_REPORT(Warning);
+    return false;
+  }
+  return true;
+}
+
+bool ConnectionLoop::send()
+{
+  pthread_mutex_lock(&c.sendLock);
+  if (c.sendBuf->Length() == 0) // the callback emptied the queue behind our back
+  {
+    pthread_mutex_unlock(&c.sendLock);
+    return true;
+  }
+  const int count = c.sendBuf->Write(sock);
+  const int error = errno;
+  pthread_mutex_unlock(&c.sendLock);
+  if (count < 0 && (error == EAGAIN || error == EINTR))
+  {
+    return true;
+  }
+  if (count > 0)
+  {
+    c.lastActiveMs = now_ms();
+  }
+  if (count <= 0 || !report(SERVICE_STATE_SEND))
+  {
+    errno = count <= 0 ? error : errno;
+    DEVCOMM_ASSERT_REPORT(Warning);
+    return false;
+  }
+  return true;
+}
+
+} // namespace
+
+bool connection_is_current(const tcp_client_st* client)
+{
+  return client == currentClient;
+}
+
+void connection_main(CommonThread_st* thread, void* arg)
+{
+  auto* connection = static_cast<Connection*>(arg);
+  currentClient = connection;
+  ConnectionLoop loop(*connection);
+  loop.run();
+  loop.finish();
+  currentClient = nullptr;
+  if (connection->link != nullptr)
+  {
+    link_unlist(connection->link, connection);
+  }
+  else if (connection->freeAtEnd == 0)
+  {
+    return; // the owner's to join, and to start again or free
+  }
+  ThreadExit(thread);
+  // With a tid left somebody is joining this thread against the rules; the record then stays behind for him.
+  if (thread->tid == 0)
+  {
+    connection_free(connection);
+  }
+}
