@@ -11,6 +11,7 @@
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>
 #include <devcomm/socket.h>
+#include <devcomm/tcp_service.h>
 #include <devcomm/thread.h>
 #include <devcomm/time_process.h>
 #include <devcomm/worker_thread.h>
