@@ -1,0 +1,325 @@
+#include <devcomm/byte_buffer.h>
+#include <devcomm/socket.h>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+
+namespace
+{
+
+/// Catches the growth lines of the record form.
+class ByteBuffer : public testing::Test
+{
+protected:
+  void SetUp() override
+  {
+    testing::internal::CaptureStdout();
+  }
+
+  void TearDown() override
+  {
+    (void)testing::internal::GetCapturedStdout();
+  }
+
+  static std::string printed()
+  {
+    std::string text = testing::internal::GetCapturedStdout();
+    testing::internal::CaptureStdout();
+    return text;
+  }
+};
+
+/// A record that frees itself.
+class Record
+{
+public:
+  Record() : m_buf(ExpandBuffer_new()) {}
+
+  ~Record()
+  {
+    ExpandBuffer_free(m_buf);
+  }
+
+  Record(const Record&) = delete;
+  Record& operator=(const Record&) = delete;
+
+  ExpandBuffer* get() const
+  {
+    return m_buf;
+  }
+
+  std::string text() const
+  {
+    return std::string(m_buf->buffer, m_buf->buffer + m_buf->length);
+  }
+
+private:
+  ExpandBuffer* m_buf;
+};
+
+const unsigned char* bytes(const std::string& text)
+{
+  return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+/// What readline takes off, "-" for null.
+std::string line_of(ExpandBuffer* buf)
+{
+  std::unique_ptr<char, void (*)(void*)> line(ExpandBuffer_readline(buf), free);
+  return line ? line.get() : "-";
+}
+
+void fill(ExpandBuffer* buf, const std::string& text)
+{
+  ExpandBuffer_Dec(buf, UINT_MAX);
+  ASSERT_EQ(ExpandBuffer_add(buf, text.data(), static_cast<unsigned>(text.size())), 0);
+}
+
+} // namespace
+
+TEST_F(ByteBuffer, BothFormsFollowAPlainStringThroughRandomOperations)
+{
+  std::mt19937 engine(20240601);
+  const auto random = [&engine]
+  {
+    return static_cast<unsigned>(engine());
+  };
+  Record record;
+  SimpleBufMng queue;
+  std::string model;
+  for (int step = 0; step < 40000; ++step)
+  {
+    const unsigned n = random() % 700;
+    const unsigned op = random() % 8;
+    if (op < 3)
+    {
+      std::string data(n, '\0');
+      for (char& c : data)
+      {
+        c = static_cast<char>('a' + random() % 3);
+      }
+      ASSERT_EQ(queue.Add(data.data(), n), 0);
+      ASSERT_EQ(ExpandBuffer_add(record.get(), data.data(), n), 0);
+      model += data;
+    }
+    else if (op < 5)
+    {
+      queue.Drain(n);
+      ExpandBuffer_Dec(record.get(), n);
+      model.erase(0, n);
+    }
+    else if (op == 5)
+    {
+      char one[700];
+      char other[700];
+      const unsigned taken = queue.Remove(one, n);
+      ASSERT_EQ(taken, std::min<size_t>(n, model.size()));
+      ASSERT_EQ(ExpandBuffer_remove(record.get(), other, n), taken);
+      ASSERT_EQ(std::string(one, taken), model.substr(0, taken));
+      ASSERT_EQ(std::string(other, taken), model.substr(0, taken));
+      model.erase(0, taken);
+    }
+    else if (op == 6 && !model.empty())
+    {
+      const size_t at = random() % model.size();
+      const std::string what = model.substr(at, 1 + n % 9) + (n % 7 == 0 ? "z" : "");
+      const size_t place = model.find(what);
+      const unsigned char* found = queue.Find(bytes(what), static_cast<unsigned>(what.size()));
+      ASSERT_EQ(found == nullptr ? std::string::npos : static_cast<size_t>(found - queue.Buffer()), place);
+    }
+    else
+    {
+      ASSERT_EQ(queue.Expand(n), 0);
+      ASSERT_EQ(ExpandBuffer_expand(record.get(), n), 0);
+      memset(queue.Buffer() + queue.Length(), 'x', n);
+    }
+    const ExpandBuffer& buf = *record.get();
+    ASSERT_EQ(buf.buffer, buf.origin + buf.misalign);
+    ASSERT_LE(uint64_t{buf.misalign} + buf.length, buf.totallen);
+    ASSERT_EQ(record.text(), model);
+    ASSERT_EQ(std::string(queue.Buffer(), queue.Buffer() + queue.Length()), model);
+  }
+}
+
+TEST_F(ByteBuffer, GrowsByDoublingPrintsItAndReclaimsTheFrontFirst)
+{
+  Record record;
+  ExpandBuffer* buf = record.get();
+  char line[128];
+  const std::string text(210, 't');
+  EXPECT_EQ(ExpandBuffer_add(buf, text.data(), 210), 0);
+  EXPECT_EQ(buf->totallen, 256U);
+  snprintf(line, sizeof line, "buf ptr=0x%x, buf->totallen =0 , length=256, need=210\n",
+           static_cast<unsigned>(reinterpret_cast<uintptr_t>(buf)));
+  EXPECT_EQ(printed(), line);
+
+  ExpandBuffer_Dec(buf, 200);
+  EXPECT_EQ(ExpandBuffer_expand(buf, 100), 0); // 200 consumed bytes are enough
+  EXPECT_EQ(buf->misalign, 0U);
+  EXPECT_EQ(buf->totallen, 256U);
+  EXPECT_EQ(printed(), "");
+
+  fill(buf, text);
+  ExpandBuffer_Dec(buf, 200);
+  EXPECT_EQ(ExpandBuffer_expand(buf, 250), 0);
+  EXPECT_EQ(buf->totallen, 512U); // the consumed front counts: 460 bytes asked of it
+  ExpandBuffer_Dec(buf, 10);
+  EXPECT_EQ(buf->buffer, buf->origin);
+
+  // Sizes beyond 32 bits are refused before anything moves; wrapped sums never pass for small ones.
+  fill(buf, text);
+  ExpandBuffer_Dec(buf, 1);
+  for (unsigned need : {UINT_MAX, UINT_MAX - 200, 0x80000001U})
+  {
+    EXPECT_EQ(ExpandBuffer_expand(buf, need), -1);
+    EXPECT_EQ(buf->misalign, 1U);
+  }
+  EXPECT_EQ(ExpandBuffer_add(buf, nullptr, 1), -1);
+  EXPECT_EQ(buf->length, 209U);
+
+  Record fresh;
+  buf = fresh.get();
+  EXPECT_EQ(ExpandBuffer_find(buf, bytes("x"), 1), nullptr);
+  EXPECT_EQ(ExpandBuffer_expand(buf, 300), 0);
+  EXPECT_EQ(buf->totallen, 512U);
+  EXPECT_EQ(ExpandBuffer_find(buf, bytes("x"), 0), nullptr);
+}
+
+TEST_F(ByteBuffer, AppendsItsOwnBytesAndMovesOtherBuffers)
+{
+  Record one;
+  Record two;
+  fill(one.get(), std::string(200, '-') + "abc");
+  ExpandBuffer_Dec(one.get(), 200);
+  EXPECT_EQ(ExpandBuffer_add(one.get(), one.get()->buffer, 3), 0);
+  EXPECT_EQ(one.text(), "abcabc");
+  EXPECT_EQ(ExpandBuffer_add(one.get(), one.get()->origin, 206), 0); // reaches into the consumed front
+  EXPECT_EQ(one.text(), "abcabc" + std::string(200, '-') + "abcabc");
+
+  const uint8_t* storage = one.get()->origin;
+  EXPECT_EQ(ExpandBuffer_add_buffer(two.get(), one.get()), 0);
+  EXPECT_EQ(two.get()->origin, storage); // exchanged, not copied
+  EXPECT_EQ(one.get()->totallen, 0U);
+  EXPECT_EQ(ExpandBuffer_add_buffer(two.get(), two.get()), 0);
+  EXPECT_EQ(two.get()->length, 212U);
+  fill(one.get(), "end");
+  EXPECT_EQ(ExpandBuffer_add_buffer(two.get(), one.get()), 0);
+  EXPECT_EQ(two.text().substr(209), "abcend");
+  EXPECT_EQ(one.get()->length, 0U);
+}
+
+TEST_F(ByteBuffer, FormatsTextsOfAnyLength)
+{
+  Record record;
+  const std::string longText(5000, 'L');
+  EXPECT_EQ(ExpandBuffer_add_printf(record.get(), "%d-%s;", 42, "x"), 5);
+  EXPECT_EQ(record.get()->totallen, 2048U);
+  EXPECT_EQ(ExpandBuffer_add_printf(record.get(), "%s%d", longText.c_str(), 7), 5001);
+  // A text that fills the space to the byte has no room for its NUL and goes round again.
+  const uint32_t space = 8192 - 5006;
+  ASSERT_EQ(record.get()->totallen, 8192U);
+  EXPECT_EQ(ExpandBuffer_add_printf(record.get(), "%*s", static_cast<int>(space), "!"),
+            static_cast<int>(space));
+  EXPECT_EQ(record.text(), "42-x;" + longText + "7" + std::string(space - 1, ' ') + "!");
+}
+
+TEST_F(ByteBuffer, TakesLinesOfEveryEnding)
+{
+  Record record;
+  EXPECT_EQ(line_of(record.get()), "-");
+  fill(record.get(), "abc");
+  EXPECT_EQ(line_of(record.get()), "-");
+  EXPECT_EQ(record.text(), "abc");
+  fill(record.get(), "\r\nX");
+  EXPECT_EQ(line_of(record.get()), "");
+  EXPECT_EQ(record.text(), "X");
+  fill(record.get(), "a\n\nb\n\rc\r\rd\r");
+  for (const char* line : {"a", "", "b", "c", "", "d", "-"})
+  {
+    EXPECT_EQ(line_of(record.get()), line);
+  }
+}
+
+TEST_F(ByteBuffer, ReadsAndWritesDescriptorsByOneCallEach)
+{
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  SimpleBufMng queue;
+  const std::string text(6000, 'p');
+  ASSERT_EQ(queue.Add(text.data(), 6000), 0);
+  EXPECT_EQ(queue.Writefile(fds[1], 1000), 1000);
+  EXPECT_EQ(queue.Write(fds[1]), 5000);
+  EXPECT_EQ(queue.Write(fds[1]), 0);
+  EXPECT_EQ(queue.Read(fds[0], 10), 10);
+  EXPECT_EQ(queue.Readfile(fds[0], -1), 4096);
+  EXPECT_EQ(queue.Read(fds[0], 5000), 6000 - 4106);
+  close(fds[1]);
+  EXPECT_EQ(queue.Read(fds[0], 5000), 0);
+  close(fds[0]);
+  EXPECT_EQ(queue.Read(fds[0], 1), -1);
+  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(queue.Write(fds[0]), -1);
+  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(queue.Length(), 6000U);
+
+  // A vanished reader is an error, never a signal, and one pending before stays pending.
+  int pair[2];
+  ASSERT_EQ(pipe(fds) + socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+  close(fds[0]);
+  close(pair[0]);
+  signal(SIGPIPE, SIG_DFL);
+  for (int fd : {fds[1], pair[1]})
+  {
+    errno = 0;
+    EXPECT_EQ(queue.Write(fd), -1);
+    EXPECT_EQ(errno, EPIPE);
+  }
+  sigset_t pipeSignal;
+  sigset_t before;
+  sigemptyset(&pipeSignal);
+  sigaddset(&pipeSignal, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
+  raise(SIGPIPE);
+  EXPECT_EQ(queue.Write(fds[1]), -1);
+  const timespec atOnce{};
+  EXPECT_EQ(sigtimedwait(&pipeSignal, nullptr, &atOnce), SIGPIPE);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(queue.Length(), 6000U);
+  close(fds[1]);
+  close(pair[1]);
+}
+
+TEST_F(ByteBuffer, SendsAllItHoldsAsOneDatagram)
+{
+  sockaddr_in to{};
+  const int receiver = udp_unicast_init(0, &to);
+  const int sender = net_udp_connect("127.0.0.1", ntohs(to.sin_port), &to);
+  ASSERT_GT(sender, 0);
+  SimpleBufMng out;
+  SimpleBufMng in;
+  sockaddr_in from{};
+  EXPECT_EQ(in.UdpRead(receiver, -1, &from), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  out.Add("two ", 4);
+  out.Add("parts", 5);
+  EXPECT_EQ(out.UdpWrite(sender, &to), 9);
+  EXPECT_EQ(out.Length(), 0U);
+  EXPECT_EQ(select_read(receiver, 1000), 1);
+  EXPECT_EQ(in.UdpRead(receiver, 7, &from), 7); // cut, the rest is lost
+  EXPECT_EQ(std::string(in.Buffer(), in.Buffer() + in.Length()), "two par");
+  EXPECT_EQ(from.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+  EXPECT_EQ(in.UdpRead(receiver, -1, nullptr), -1);
+  close(sender);
+  close(receiver);
+}
