@@ -1,0 +1,165 @@
+#include "video_server.h"
+
+#include <memory>
+#include <new>
+
+#include <sys/socket.h>
+
+namespace
+{
+
+constexpr int kTimeoutMs = 60000; // a viewer that takes nothing for so long is gone
+constexpr int kViewerSlot = 0;    // of the connection's private data
+constexpr int kFramesPerEvent = 256;
+
+// What waits in the kernel cannot be taken back, so it must not be much.
+constexpr int kSocketBytes = 256 * 1024;
+
+} // namespace
+
+// One connection's place in the stream.
+struct VideoServer::Viewer
+{
+  int reader = -1;
+  uint32_t next = 0;    // number of the frame that follows the last one read; 0 before the first
+  bool awaitKey = true; // nothing decodes before a key frame
+  std::unique_ptr<uint8_t[]> frame;
+};
+
+VideoServer::VideoServer(CCommBuffer& frames, const MediaSource& source)
+    : frames_(frames), source_(source), server_(ServerInit())
+{
+}
+
+VideoServer::~VideoServer()
+{
+  ServerUninit(server_);
+}
+
+bool VideoServer::start(int port)
+{
+  return server_ != nullptr &&
+         ServerStartListen(server_, port, kTimeoutMs, kMaxViewers, on_event, this) == 0 &&
+         ServerGetStatus(server_) != 0;
+}
+
+bool VideoServer::stop()
+{
+  ServerStopListen(server_);
+  return ServerGetConnCount(server_) == 0;
+}
+
+int VideoServer::viewers() const
+{
+  return ServerGetConnCount(server_);
+}
+
+int VideoServer::on_event(SERVICE_STATE_E state, const char* /*data*/, int len, tcp_server_st* /*server*/,
+                          tcp_client_st* client, void* arg)
+{
+  auto* self = static_cast<VideoServer*>(arg);
+  if (state == SERVICE_STATE_START)
+    return self->open_viewer(client);
+  if (state == SERVICE_STATE_CLOSE)
+  {
+    self->close_viewer(client);
+    return 0;
+  }
+  if (state == SERVICE_STATE_RECV)
+    return len;
+
+  auto* viewer = static_cast<Viewer*>(ClientGetPrivateData(client, kViewerSlot));
+  const bool ended = self->source_.ended(); // asked first: after it, no frame can be missed
+  self->send_frames(*viewer, client);
+  return ended && state == SERVICE_STATE_IDLE && ClientGetSendBufSize(client) == 0 ? -1 : 0;
+}
+
+int VideoServer::open_viewer(tcp_client_st* client)
+{
+  std::unique_ptr<Viewer> viewer(new (std::nothrow) Viewer);
+  if (viewer == nullptr)
+    return -1;
+  viewer->frame.reset(new (std::nothrow) uint8_t[kMaxFrameBytes]);
+  if (viewer->frame == nullptr)
+    return -1;
+  viewer->reader = frames_.Register(0, 0);
+  if (viewer->reader < 0)
+    return -1;
+  seek_key_frame(viewer->reader);
+  setsockopt(client->sock, SOL_SOCKET, SO_SNDBUF, &kSocketBytes, sizeof kSocketBytes);
+  ClientSetPrivateData(client, kViewerSlot, viewer.release());
+  return 0;
+}
+
+void VideoServer::close_viewer(tcp_client_st* client)
+{
+  std::unique_ptr<Viewer> viewer(static_cast<Viewer*>(ClientGetPrivateData(client, kViewerSlot)));
+  ClientSetPrivateData(client, kViewerSlot, nullptr);
+  if (viewer != nullptr)
+    frames_.Unregister(viewer->reader);
+}
+
+// Puts a new reader a little before the newest key frame: the source may be adding a frame right now, and frames
+// before the key frame are passed over anyway. A new reader already stands at the first frame of all.
+void VideoServer::seek_key_frame(int reader)
+{
+  const uint32_t newest = source_.frames();
+  const uint32_t unread = newest - source_.newest_key_frame() + 2;
+  if (newest > unread)
+    frames_.Seek(reader, 0, unread);
+}
+
+void VideoServer::send_frames(Viewer& viewer, tcp_client_st* client)
+{
+  FrameInfo_t info = {};
+  for (int i = 0; i < kFramesPerEvent && ClientGetSendBufSize(client) < kQueueBytes; ++i)
+  {
+    if (frames_.Read(viewer.reader, viewer.frame.get(), &info) == 0)
+      return;
+    if (wanted(viewer, info))
+      send_frame(viewer, client, info);
+  }
+}
+
+// Takes note of the frame's place in the stream; false when the viewer has no use for it.
+bool VideoServer::wanted(Viewer& viewer, const FrameInfo_t& info)
+{
+  const uint32_t number = info.frameClass;
+  const uint32_t newestKey = source_.newest_key_frame();
+  const bool late = number < newestKey && source_.frames() - number > kMaxFramesBehind;
+  const bool joining = viewer.next == 0;
+  const uint32_t missed = joining ? 0 : number - viewer.next;
+  if (missed > 0 || late)
+    viewer.awaitKey = true;
+  dropped_ += missed;
+
+  const bool key = info.frameType == kKeyFrame;
+  if (late || (viewer.awaitKey && !key))
+  {
+    // What precedes a new viewer's first key frame is no loss.
+    if (!joining)
+    {
+      ++dropped_;
+      viewer.next = number + 1;
+    }
+    return false;
+  }
+  viewer.awaitKey = false;
+  viewer.next = number + 1;
+  return true;
+}
+
+void VideoServer::send_frame(Viewer& viewer, tcp_client_st* client, const FrameInfo_t& info)
+{
+  const int before = ClientGetSendBufSize(client);
+  const auto length = static_cast<int>(info.length);
+  ClientSendData(client, reinterpret_cast<const char*>(viewer.frame.get()), length, 0);
+  // Only this thread sends, so the queue has grown by the frame unless there was no memory for it.
+  if (ClientGetSendBufSize(client) - before == length)
+    bytes_ += info.length;
+  else
+  {
+    viewer.awaitKey = true;
+    ++dropped_;
+  }
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "media_source.h"
+
+#include <devcomm/frame_buffer.h>
+#include <devcomm/tcp_service.h>
+
+#include <atomic>
+#include <cstdint>
+
+/// Serves the frames to every TCP viewer, through a reader of its own, beginning at the newest key frame.
+///
+/// Each viewer's work is done on the thread of its connection, so none delays another. While a viewer does not
+/// take its bytes, at most kQueueBytes and one frame wait for it here and its further frames stay in the frame
+/// buffer. When it is more than kMaxFramesBehind frames late, or its frames have left the buffer, it loses what
+/// lies before the newest key frame and goes on there. Bytes sent by a viewer are ignored. When the input ends,
+/// a viewer is disconnected once it has everything.
+class VideoServer
+{
+public:
+  /// Both must outlive the server's connections.
+  VideoServer(CCommBuffer& frames, const MediaSource& source);
+
+  /// Call stop() first when start() has succeeded.
+  ~VideoServer();
+
+  VideoServer(const VideoServer&) = delete;
+  VideoServer& operator=(const VideoServer&) = delete;
+
+  /// Listens on port on all addresses. @return false when that fails
+  bool start(int port);
+
+  /// Stops listening and ends the connections; takes up to a second, longer only if a connection hangs.
+  /// @return false when a connection still runs: then nothing that it uses may be freed
+  bool stop();
+
+  int viewers() const;
+
+  /// Bytes queued for viewers so far.
+  uint64_t bytes() const
+  {
+    return bytes_;
+  }
+
+  /// Frames that viewers have missed so far.
+  uint64_t dropped() const
+  {
+    return dropped_;
+  }
+
+  static constexpr int kMaxViewers = 256;
+  static constexpr int kQueueBytes = 256 * 1024;
+  static constexpr uint32_t kMaxFramesBehind = 75;
+
+private:
+  struct Viewer;
+
+  static int on_event(SERVICE_STATE_E state, const char* data, int len, tcp_server_st* server,
+                      tcp_client_st* client, void* arg);
+  int open_viewer(tcp_client_st* client);
+  void close_viewer(tcp_client_st* client);
+  void seek_key_frame(int reader);
+  void send_frames(Viewer& viewer, tcp_client_st* client);
+  bool wanted(Viewer& viewer, const FrameInfo_t& info);
+  void send_frame(Viewer& viewer, tcp_client_st* client, const FrameInfo_t& info);
+
+  CCommBuffer& frames_;
+  const MediaSource& source_;
+  tcp_server_st* server_;
+  std::atomic<uint64_t> bytes_{0};
+  std::atomic<uint64_t> dropped_{0};
+};
