@@ -10,8 +10,10 @@
 #include <devcomm/frame_info.h>
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>
+#include <devcomm/signal_handler.h>
 #include <devcomm/socket.h>
 #include <devcomm/tcp_service.h>
 #include <devcomm/thread.h>
 #include <devcomm/time_process.h>
+#include <devcomm/watchdog.h>
 #include <devcomm/worker_thread.h>
