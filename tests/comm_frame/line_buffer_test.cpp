@@ -99,7 +99,7 @@ TEST(BlockPool, LendsAllButOneAndTakesBackTheOldestWhateverIsGiven)
   char* first = static_cast<char*>(fix_mem_get(pool));
   EXPECT_EQ(first, pool->blocks + 40);
   EXPECT_EQ(fix_mem_put(pool, first), 0); // the only one out: not taken back
-  for (int i = 2; i <= 7; i++)
+  for (size_t i = 2; i <= 7; i++)
   {
     EXPECT_EQ(fix_mem_get(pool), pool->blocks + 40 * i);
   }
