@@ -133,7 +133,7 @@ int buffer_add(ExpandBuffer* buf, const void* data, unsigned int len, Growth gro
   }
   if (span_with(*buf, len) > buf->totallen)
   {
-    if (in_storage(*buf, data))
+    if (len != 0 && in_storage(*buf, data))
     {
       return add_own_bytes(buf, data, len, growth);
     }

@@ -32,6 +32,7 @@ int format_into_space(ExpandBuffer* buf, size_t space, const char* format, va_li
   va_list pass;
   va_copy(pass, args);
   char* end = space == 0 ? nullptr : reinterpret_cast<char*>(buf->buffer + buf->length);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the checker loses va_copy across functions
   const int result = vsnprintf(end, std::min<size_t>(space, INT_MAX), format, pass);
   va_end(pass);
   return result;

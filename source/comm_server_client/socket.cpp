@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr int64_t kNsPerSecond = 1000000000;
+constexpr int64_t kNsPerUs = 1000;
 
 int64_t monotonic_ns()
 {
@@ -27,7 +28,7 @@ int64_t monotonic_ns()
 /// The milliseconds below a second are waited as microseconds; callers rely on the short wait.
 int64_t wait_ns(int timeoutMs)
 {
-  return timeoutMs / 1000 * kNsPerSecond + timeoutMs % 1000 * 1000;
+  return timeoutMs / 1000 * kNsPerSecond + timeoutMs % 1000 * kNsPerUs;
 }
 
 int refuse(int error)

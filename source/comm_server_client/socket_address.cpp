@@ -14,7 +14,7 @@
 namespace
 {
 
-constexpr size_t kMostHostEntry = 256 * 1024;
+constexpr size_t kMostHostEntry = 262144;
 
 /// The address of the first entry of a host's name, by the reentrant gethostbyname.
 /// @return 0, or -1 when the name is unknown
