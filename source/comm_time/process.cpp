@@ -139,7 +139,7 @@ int get_cur_process_info(char* dir, char* name, int size)
   {
     return -1;
   }
-  strcpy(name, slash + 1);
+  memcpy(name, slash + 1, strlen(slash + 1) + 1);
   slash[1] = '\0';
   return static_cast<int>(slash + 1 - dir);
 }
