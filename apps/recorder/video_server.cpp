@@ -21,8 +21,9 @@ constexpr int kSocketBytes = 256 * 1024;
 struct VideoServer::Viewer
 {
   int reader = -1;
-  uint32_t next = 0;    // number of the frame that follows the last one read; 0 before the first
-  bool awaitKey = true; // nothing decodes before a key frame
+  uint32_t next = 0;      // number of the frame that follows the last one taken note of; 0 before the first
+  uint32_t soughtKey = 0; // key frame that the reader was last moved to
+  bool awaitKey = true;   // nothing decodes before a key frame
   std::unique_ptr<uint8_t[]> frame;
 };
 
@@ -99,12 +100,14 @@ void VideoServer::close_viewer(tcp_client_st* client)
     frames_.Unregister(viewer->reader);
 }
 
-// Puts a new reader a little before the newest key frame: the source may be adding a frame right now, and frames
-// before the key frame are passed over anyway. A new reader already stands at the first frame of all.
+// Puts a reader a little before the newest key frame: the source may be adding a frame right now, and frames before
+// the key frame are passed over anyway. While there are few frames a new reader is right where it stands.
 void VideoServer::seek_key_frame(int reader)
 {
+  // Asked in this order, the key frame is beyond the newest frame by one at the most.
+  const uint32_t key = source_.newest_key_frame();
   const uint32_t newest = source_.frames();
-  const uint32_t unread = newest - source_.newest_key_frame() + 2;
+  const uint32_t unread = newest - key + 2;
   if (newest > unread)
     frames_.Seek(reader, 0, unread);
 }
@@ -126,27 +129,27 @@ bool VideoServer::wanted(Viewer& viewer, const FrameInfo_t& info)
 {
   const uint32_t number = info.frameClass;
   const uint32_t newestKey = source_.newest_key_frame();
-  const bool late = number < newestKey && source_.frames() - number > kMaxFramesBehind;
   const bool joining = viewer.next == 0;
-  const uint32_t missed = joining ? 0 : number - viewer.next;
-  if (missed > 0 || late)
-    viewer.awaitKey = true;
-  dropped_ += missed;
-
-  const bool key = info.frameType == kKeyFrame;
-  if (late || (viewer.awaitKey && !key))
+  const bool late = number < newestKey && source_.frames() - number > kMaxFramesBehind;
+  // A reader whose frames have left the buffer stands at the newest one, maybe beyond the key frame it needs.
+  const bool beyondKey = !joining && number > newestKey && newestKey >= viewer.next;
+  if ((late || beyondKey) && viewer.soughtKey != newestKey)
   {
-    // What precedes a new viewer's first key frame is no loss.
-    if (!joining)
-    {
-      ++dropped_;
-      viewer.next = number + 1;
-    }
-    return false;
+    viewer.soughtKey = newestKey;
+    seek_key_frame(viewer.reader);
+    return false; // the frame counts as missed when the next one is read
   }
-  viewer.awaitKey = false;
+
+  if (!joining && static_cast<int32_t>(number - viewer.next) < 0)
+    return false; // seen before the reader was moved
+  const uint32_t missed = joining ? 0 : number - viewer.next;
+  const bool lost = late || ((viewer.awaitKey || missed > 0) && info.frameType != kKeyFrame);
+  viewer.awaitKey = lost;
+  if (joining && lost)
+    return false; // what precedes a new viewer's first key frame is no loss
+  dropped_ += missed + (lost ? 1 : 0);
   viewer.next = number + 1;
-  return true;
+  return !lost;
 }
 
 void VideoServer::send_frame(Viewer& viewer, tcp_client_st* client, const FrameInfo_t& info)
