@@ -5,11 +5,15 @@
 
 #include <devcomm/block_pool.h>
 #include <devcomm/byte_buffer.h>
+#include <devcomm/codec.h>
 #include <devcomm/coordinates.h>
+#include <devcomm/digest.h>
 #include <devcomm/frame_buffer.h>
 #include <devcomm/frame_info.h>
+#include <devcomm/gps.h>
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>
+#include <devcomm/nmea.h>
 #include <devcomm/signal_handler.h>
 #include <devcomm/socket.h>
 #include <devcomm/tcp_service.h>
