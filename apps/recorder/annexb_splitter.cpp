@@ -15,7 +15,6 @@ enum NalType
   kNalPartitionC = 4,
   kNalIdrSlice = 5,
   kNalSei = 6,
-  kNalDelimiter = 9,
   kNalSubsetSps = 15,
   kNalLastReservedBefore = 18
 };
@@ -171,19 +170,26 @@ void AnnexBSplitter::discard_scanned()
   }
 }
 
-bool find_nal(const uint8_t* data, size_t size, int type, const uint8_t*& nal, size_t& nalSize)
+bool next_nal(const uint8_t* data, size_t size, size_t& at, NalUnit& nal)
 {
-  for (size_t at = start_code_at(data, size, 0); at + kStartCode < size;)
-  {
-    const size_t header = at + kStartCode;
-    const size_t end = start_code_at(data, size, header);
-    if (nal_type(data[header]) == type)
-    {
-      nal = data + header;
-      nalSize = end - header;
+  const size_t code = start_code_at(data, size, at);
+  const size_t header = code + kStartCode;
+  if (header >= size)
+    return false;
+  const size_t next = start_code_at(data, size, header);
+  nal.begin = code > at && data[code - 1] == 0 ? code - 1 : code;
+  nal.header = header;
+  nal.end = next < size && next > header && data[next - 1] == 0 ? next - 1 : next;
+  nal.type = nal_type(data[header]);
+  at = nal.end;
+  return true;
+}
+
+bool find_nal(const uint8_t* data, size_t size, int type, NalUnit& nal)
+{
+  size_t at = 0;
+  while (next_nal(data, size, at, nal))
+    if (nal.type == type)
       return true;
-    }
-    at = end;
-  }
   return false;
 }

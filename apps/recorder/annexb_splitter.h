@@ -61,7 +61,24 @@ private:
   uint64_t dropped_ = 0;
 };
 
-/// Finds the first NAL unit of a type in an access unit.
-/// @param nal, nalSize  receive the NAL unit from its header byte up to the next start code or the end
-/// @return false when there is none; the outputs are then unchanged
-bool find_nal(const uint8_t* data, size_t size, int type, const uint8_t*& nal, size_t& nalSize);
+/// NAL unit types of ITU-T H.264, table 7-1, that the recorder looks for.
+constexpr int kNalSps = 7;
+constexpr int kNalPps = 8;
+constexpr int kNalDelimiter = 9;
+
+/// One NAL unit within an access unit, as offsets.
+struct NalUnit
+{
+  size_t begin;  ///< its start code
+  size_t header; ///< its header byte, the first after the start code
+  size_t end;    ///< the next start code, or the end
+  int type;
+};
+
+/// Walks through the NAL units of an access unit.
+/// @param at  0 for the first call; the call moves it on
+/// @return false when there are no more; nal is then unchanged
+bool next_nal(const uint8_t* data, size_t size, size_t& at, NalUnit& nal);
+
+/// Finds the first NAL unit of a type in an access unit. @return false when there is none; nal is then undefined
+bool find_nal(const uint8_t* data, size_t size, int type, NalUnit& nal);

@@ -8,6 +8,7 @@
 #include <devcomm/frame_buffer.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
@@ -46,9 +47,9 @@ bool stop_requested(const sigset_t& signals, int64_t ms)
 
 void print_status(const MediaSource& source, const VideoServer& server)
 {
-  printf("frames %u, key frames %u, viewers %d, bytes %llu, dropped %llu\n", source.frames(),
-         source.key_frames(), server.viewers(), static_cast<unsigned long long>(server.bytes()),
-         static_cast<unsigned long long>(server.dropped() + source.dropped()));
+  const uint64_t dropped = server.dropped() + source.dropped();
+  printf("frames %u, key frames %u, viewers %d, bytes %" PRIu64 ", dropped %" PRIu64 "\n", source.frames(),
+         source.key_frames(), server.viewers(), server.bytes(), dropped);
 }
 
 // Prints a status line a second until a signal, the time limit, or the end of the input.

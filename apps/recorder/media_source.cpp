@@ -9,11 +9,10 @@
 namespace
 {
 
-constexpr size_t kPieceBytes = 32 * 1024;
+constexpr size_t kPieceBytes = 32768;
 constexpr int64_t kDefaultIntervalUs = 40000; // 25 frames a second, for streams that state no rate
 constexpr int64_t kLongestNapUs = 100000;     // how soon a stop is noticed
 constexpr int64_t kCatchUpUs = 1000000;       // more delay than this is not made up for
-constexpr int kNalSps = 7;
 
 int64_t monotonic_us()
 {
@@ -86,13 +85,14 @@ void MediaSource::publish(const AccessUnit& unit)
 {
   if (input_.loops())
     wait_for_turn(unit);
+  const AccessUnit frame = sets_.complete(unit, kMaxFrameBytes);
   FrameInfo_t info = {};
-  info.frameType = unit.keyFrame ? kKeyFrame : 0;
+  info.frameType = frame.keyFrame ? kKeyFrame : 0;
   info.frameClass = frames_ + 1;
-  info.length = static_cast<uint32_t>(unit.size);
-  buffer_.PutData(const_cast<uint8_t*>(unit.data), &info);
+  info.length = static_cast<uint32_t>(frame.size);
+  buffer_.PutData(const_cast<uint8_t*>(frame.data), &info);
 
-  if (unit.keyFrame)
+  if (frame.keyFrame)
   {
     newestKey_ = info.frameClass;
     ++keyFrames_;
@@ -103,11 +103,10 @@ void MediaSource::publish(const AccessUnit& unit)
 // Waits until the frame is due, or the thread is to end. The rate may change with any key frame.
 void MediaSource::wait_for_turn(const AccessUnit& unit)
 {
-  const uint8_t* sps = nullptr;
-  size_t size = 0;
-  if (unit.keyFrame && find_nal(unit.data, unit.size, kNalSps, sps, size))
+  NalUnit sps = {};
+  if (unit.keyFrame && find_nal(unit.data, unit.size, kNalSps, sps))
   {
-    const int64_t stated = frame_interval_us(sps, size);
+    const int64_t stated = frame_interval_us(unit.data + sps.header, sps.end - sps.header);
     intervalUs_ = stated != 0 ? stated : kDefaultIntervalUs;
   }
 

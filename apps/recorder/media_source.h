@@ -2,6 +2,7 @@
 
 #include "annexb_splitter.h"
 #include "media_input.h"
+#include "parameter_sets.h"
 
 #include <devcomm/frame_buffer.h>
 #include <devcomm/thread.h>
@@ -74,6 +75,7 @@ private:
   MediaInput& input_;
   CCommBuffer& buffer_;
   AnnexBSplitter splitter_;
+  ParameterSets sets_;
   int64_t intervalUs_; // between two frames of an input that loops
   int64_t dueUs_ = 0;  // when the next one is to be put into the buffer, on the monotonic clock; 0: at once
 

@@ -1,4 +1,5 @@
 #include "annexb_splitter.h"
+#include "parameter_sets.h"
 #include "stream_rate.h"
 
 #include <gtest/gtest.h>
@@ -154,11 +155,32 @@ TEST(AnnexBSplitter, TheClipIsWholeAndStatesItsRate)
   }
   EXPECT_TRUE(joined == clip);
 
-  const uint8_t* sps = nullptr;
-  size_t size = 0;
   const auto* data = reinterpret_cast<const uint8_t*>(clip.data());
-  ASSERT_TRUE(find_nal(data, clip.size(), 7, sps, size));
-  EXPECT_EQ(frame_interval_us(sps, size), 40000);
+  NalUnit sps = {};
+  ASSERT_TRUE(find_nal(data, clip.size(), kNalSps, sps));
+  const size_t size = sps.end - sps.header;
+  EXPECT_EQ(frame_interval_us(data + sps.header, size), 40000);
   for (size_t cut = 0; cut < size / 2; ++cut) // the rate stands in the second half
-    EXPECT_EQ(frame_interval_us(sps, cut), 0) << cut;
+    EXPECT_EQ(frame_interval_us(data + sps.header, cut), 0) << cut;
+}
+
+TEST(ParameterSets, StandInEveryKeyFrame)
+{
+  const std::string delimiter = nal(kLong, 0x09, "\xF0");
+  const std::string sets = nal(kLong, 0x67, "sps") + nal(kShort, 0x68, "pps");
+  const std::string key = nal(kLong, 0x65, kFirst);
+  ParameterSets last;
+  auto complete = [&last](const std::string& bytes, bool isKey, size_t limit)
+  {
+    const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
+    const AccessUnit unit = last.complete({data, bytes.size(), isKey}, limit);
+    return std::string(unit.data, unit.data + unit.size);
+  };
+  EXPECT_EQ(complete(key, true, 1000), key); // none seen yet
+  const std::string first = delimiter + sets + nal(kShort, 0x06, "sei") + key;
+  EXPECT_EQ(complete(first, true, 1000), first);
+  EXPECT_EQ(complete(key, false, 1000), key);
+  EXPECT_EQ(complete(key, true, 1000), sets + key);
+  EXPECT_EQ(complete(delimiter + key, true, 1000), delimiter + sets + key);
+  EXPECT_EQ(complete(key, true, (sets + key).size() - 1), key); // would be too large
 }
