@@ -10,6 +10,7 @@ struct Medians
 {
   double ours;   ///< seconds
   double theirs; ///< seconds
+  double ratio;  ///< theirs to ours, round by round
 };
 
 template <typename Job>
@@ -33,18 +34,20 @@ Medians alternate(int rounds, Ours ours, Theirs theirs)
   theirs();
   std::vector<double> a;
   std::vector<double> b;
+  std::vector<double> ratios;
   for (int i = 0; i < rounds; ++i)
   {
     a.push_back(seconds_of(ours));
     b.push_back(seconds_of(theirs));
+    ratios.push_back(b.back() / a.back());
   }
-  return {median(a), median(b)};
+  return {median(a), median(b), median(ratios)};
 }
 
 /// Prints a table row with the speeds of both sides over the same number of bytes.
 inline void print_row(const char* what, const char* against, double bytes, Medians times)
 {
-  printf("| %s | %s | %.2f | %.0f MB/s, %.0f MB/s |\n", what, against, times.theirs / times.ours,
+  printf("| %s | %s | %.2f | %.0f MB/s, %.0f MB/s |\n", what, against, times.ratio,
          bytes / times.ours / 1e6, bytes / times.theirs / 1e6);
   fflush(stdout);
 }
