@@ -120,6 +120,9 @@ tcp_client_st* ClientInit()
 
 void connection_free(Connection* connection)
 {
+  // Somebody may be queueing his last bytes at this moment.
+  pthread_mutex_lock(&connection->sendLock);
+  pthread_mutex_unlock(&connection->sendLock);
   delete connection->recvBuf;
   delete connection->sendBuf;
   pthread_mutex_destroy(&connection->sendLock);

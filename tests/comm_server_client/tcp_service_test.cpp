@@ -166,12 +166,12 @@ TEST(TcpConnection, StartsAnewWhileTheOldThreadStillEnds)
 {
   Events slow([](SERVICE_STATE_E state, const std::string&, tcp_server_st*, tcp_client_st*)
               { return state == SERVICE_STATE_CLOSE ? usleep(50000) : 0; });
+  Events events(echo);
   Standalone link(slow, 999);
   EXPECT_EQ(link.client->timeoutMs, 30000);
   EXPECT_EQ(link.Start(slow), -1); // runs already
   SocketPair fresh;
   Peer peer(fresh.ends[1]);
-  Events events(echo);
   int marker = 0;
   EXPECT_EQ(ClientSetPrivateData(link.client, 15, &marker), 0);
   EXPECT_EQ(ClientGetPrivateData(link.client, 15), &marker);
