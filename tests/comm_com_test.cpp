@@ -170,7 +170,8 @@ TEST_F(SerialPort, SetsRatesAndFormats)
             static_cast<tcflag_t>(CS7 | CSTOPB | PARENB | PARODD | CRTSCTS));
   EXPECT_TRUE(last_settings.c_cc[VMIN] == 0 && last_settings.c_cc[VTIME] == 10);
   EXPECT_EQ(SetComParity(fd, 5, 1, 2, 0), 0);
-  EXPECT_EQ(last_settings.c_cflag & (format_bits & ~static_cast<tcflag_t>(PARODD)), CS5 | PARENB);
+  EXPECT_EQ(last_settings.c_cflag & (format_bits & ~static_cast<tcflag_t>(PARODD)),
+            static_cast<tcflag_t>(CS5 | PARENB));
   for (int parity : {0, int{'N'}, int{'s'}})
   {
     EXPECT_EQ(m_port.SetProp(8, 1, parity, 0), 0);

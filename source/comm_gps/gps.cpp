@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 namespace
@@ -45,28 +46,45 @@ uint32_t square(int32_t a)
   return static_cast<uint32_t>(a) * static_cast<uint32_t>(a);
 }
 
-// Whether the edge from i to j crosses the latitude of p west of p.
+// Whether an edge that leaves the latitude's one side for the other does so west of p. With a latitude
+// that is no number it does not.
 bool crosses_west(const gps_point_t& i, const gps_point_t& j, const gps_point_t& p)
 {
-  const bool leaves = (i.lat <= p.lat && j.lat > p.lat) || (i.lat > p.lat && j.lat <= p.lat);
-  return leaves && i.lon - (i.lon - j.lon) * (i.lat - p.lat) / (i.lat - j.lat) < p.lon;
+  return i.lon - (i.lon - j.lon) * (i.lat - p.lat) / (i.lat - j.lat) < p.lon;
 }
 
-// Edges that are looked at in one go: none of them crosses the latitude unless there are vertices on
-// both sides of it, and that costs little to tell.
+#if defined(__SSE2__)
+// Vertices that are looked at in one go: while they are all on one side of the latitude no edge between
+// them crosses it, and to see that costs a fraction of looking at each. Both coordinates are compared, as
+// one vector, and the latitude's half of the answer is used.
 constexpr int kBlock = 32;
 
-bool block_may_cross(const gps_point_t* vertices, double lat)
+using Vector = double __attribute__((vector_size(16)));
+using Mask = long long __attribute__((vector_size(16)));
+
+bool all_on_side(const gps_point_t* vertices, double lat, bool above)
 {
-  int above = 0;
-  int below = 0;
-  for (int i = 0; i <= kBlock; i++)
+  const Vector level = {lat, lat};
+  Mask any = {0, 0};
+  Mask all = {-1, -1};
+  for (int i = 0; i < kBlock; i++)
   {
-    above |= static_cast<int>(vertices[i].lat > lat);
-    below |= static_cast<int>(vertices[i].lat <= lat);
+    Vector vertex;
+    memcpy(&vertex, &vertices[i], sizeof vertex);
+    const Mask higher = vertex > level;
+    any |= higher;
+    all &= higher;
   }
-  return (above & below) != 0;
+  return above ? all[0] != 0 : any[0] == 0;
 }
+#else
+constexpr int kBlock = 1;
+
+bool all_on_side(const gps_point_t*, double, bool)
+{
+  return false;
+}
+#endif
 
 } // namespace
 
@@ -118,14 +136,25 @@ int gps_is_in_area_poly(gps_point_t* p, gps_point_t* poly, int n)
   if (p == nullptr || poly == nullptr || n < 3)
     return 0;
   const gps_point_t at = *p;
-  unsigned crossings = crosses_west(poly[n - 1], poly[0], at) ? 1U : 0U;
-  for (int first = 0; first < n - 1; first += kBlock)
+  const gps_point_t* from = &poly[n - 1];
+  bool from_above = from->lat > at.lat;
+  unsigned crossings = 0;
+  for (int i = 0; i < n;)
   {
-    const int last = std::min(n - 1 - first, kBlock) + first;
-    if (last - first == kBlock && !block_may_cross(poly + first, at.lat))
+    if (n - i >= kBlock && all_on_side(poly + i, at.lat, from_above))
+    {
+      i += kBlock;
+      from = &poly[i - 1];
       continue;
-    for (int i = first; i < last; i++)
-      crossings += crosses_west(poly[i], poly[i + 1], at) ? 1U : 0U;
+    }
+    for (const int end = std::min(n - i, kBlock) + i; i < end; i++)
+    {
+      const bool above = poly[i].lat > at.lat;
+      if (above != from_above)
+        crossings += crosses_west(*from, poly[i], at) ? 1U : 0U;
+      from_above = above;
+      from = &poly[i];
+    }
   }
   return static_cast<int>(crossings & 1U);
 }

@@ -1,5 +1,7 @@
 #include "comm_gps/nmea_scan.h"
 
+#include "comm_gps/nmea_number.h"
+
 #include <devcomm/nmea.h>
 
 #include <algorithm>
@@ -31,44 +33,53 @@ int read_width(const char*& format)
   return width;
 }
 
+void store_text(char* target, const char* token, int len, size_t text_size)
+{
+  const size_t kept = std::min(static_cast<size_t>(len), text_size - 1);
+  memcpy(target, token, kept);
+  target[kept] = '\0';
+}
+
 // Stores a token as its type letter says, nothing for an empty one or a null target. False for a letter
 // that is no type.
 bool store_token(char letter, const char* token, int len, size_t text_size, void* target)
 {
-  if (strchr("cCsSeEfgGdiuxXo", letter) == nullptr)
-    return false;
-  if (len == 0 || target == nullptr)
-    return true;
+  const bool stores = len > 0 && target != nullptr;
   switch (letter)
   {
-  case 'c':
-  case 'C':
-    *static_cast<char*>(target) = *token;
-    break;
-  case 's':
-  case 'S':
-  {
-    const size_t kept = std::min(static_cast<size_t>(len), text_size - 1);
-    memcpy(target, token, kept);
-    static_cast<char*>(target)[kept] = '\0';
-    break;
-  }
   case 'd':
   case 'i':
   case 'u': // as the signed number of the same bits
-    *static_cast<int*>(target) = nmea_integer(token, len, 10);
-    break;
+    if (stores)
+      *static_cast<int*>(target) = nmea_integer(token, len, 10);
+    return true;
+  case 'e':
+  case 'E':
+  case 'f':
+  case 'g':
+  case 'G':
+    if (stores)
+      *static_cast<double*>(target) = nmea_real(token, len);
+    return true;
+  case 'c':
+  case 'C':
+    if (stores)
+      *static_cast<char*>(target) = *token;
+    return true;
+  case 's':
+  case 'S':
+    if (stores)
+      store_text(static_cast<char*>(target), token, len, text_size);
+    return true;
   case 'x':
   case 'X':
-    *static_cast<int*>(target) = nmea_integer(token, len, 16);
-    break;
   case 'o':
-    *static_cast<int*>(target) = nmea_integer(token, len, 8);
-    break;
+    if (stores)
+      *static_cast<int*>(target) = nmea_integer(token, len, letter == 'o' ? 8 : 16);
+    return true;
   default:
-    *static_cast<double*>(target) = nmea_real(token, len);
+    return false;
   }
-  return true;
 }
 
 } // namespace

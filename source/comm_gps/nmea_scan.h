@@ -6,9 +6,3 @@
 /// nmea_scanf with a limit of text_size bytes, the terminator included, on what %s stores: a longer token
 /// is cut, so that the parse functions' own buffers hold against any sentence.
 int nmea_scan_bounded(const char* buf, int len, const char* format, size_t text_size, va_list args);
-
-/// strtol of len bytes, cut to 32 bits; see nmea_atoi.
-int nmea_integer(const char* s, int len, int radix);
-
-/// strtod of len bytes; see nmea_atof.
-double nmea_real(const char* s, int len);

@@ -1,4 +1,4 @@
-#include "comm_gps/nmea_scan.h"
+#include "comm_gps/nmea_number.h"
 
 #include <devcomm/nmea.h>
 

@@ -116,7 +116,7 @@ TEST(CoordsArea, SegmentsTouchAndSidesAreStrict)
   EXPECT_TRUE(fx == 3 && fy == 5);
   EXPECT_EQ(coords.getFucosPos(0, 2, 4, 2, 1, 5, fx, fy), 0);
   EXPECT_TRUE(fx == 1 && fy == 2);
-  EXPECT_EQ(coords.getPos2lineDis(3, 0, 3, 9, 1, 5), 2);
+  EXPECT_EQ(coords.getPos2lineDis(3, 0, 3, 9, 1, 5), 2.0F);
   EXPECT_FLOAT_EQ(coords.getPos2lineDis(0, 0, 4, 4, 0, 2), std::sqrt(2.0F));
 }
 
