@@ -47,8 +47,8 @@ Medians alternate(int rounds, Ours ours, Theirs theirs)
 /// Prints a table row with the speeds of both sides over the same number of bytes.
 inline void print_row(const char* what, const char* against, double bytes, Medians times)
 {
-  printf("| %s | %s | %.2f | %.0f MB/s, %.0f MB/s |\n", what, against, times.ratio,
-         bytes / times.ours / 1e6, bytes / times.theirs / 1e6);
+  printf("| %s | %s | %.2f | %.0f MB/s, %.0f MB/s |\n", what, against, times.ratio, bytes / times.ours / 1e6,
+         bytes / times.theirs / 1e6);
   fflush(stdout);
 }
 

@@ -18,11 +18,12 @@ namespace
 
 #ifdef __SSE2__
 
-bool overlap(const unsigned char* a, const unsigned char* b, int n)
+// Whether storing a block ahead never changes bytes still to be read. The plain loop may always be used.
+bool blocks_may_unescape(const unsigned char* in, int n, const unsigned char* out)
 {
-  const auto x = reinterpret_cast<uintptr_t>(a);
-  const auto y = reinterpret_cast<uintptr_t>(b);
-  return x < y ? y - x < static_cast<uintptr_t>(n) : x - y < static_cast<uintptr_t>(n);
+  const auto from = reinterpret_cast<uintptr_t>(in);
+  const auto to = reinterpret_cast<uintptr_t>(out);
+  return to >= from + static_cast<uintptr_t>(n) || to + 16 <= from;
 }
 
 __m128i load16(const unsigned char* p)
@@ -111,10 +112,7 @@ int bb_encode(unsigned char* in, int n, unsigned char* out, int /*outSize*/)
   }
   EscapeCursor at = {1, 1};
 #ifdef __SSE2__
-  if (!overlap(in, out, n))
-  {
-    at = escape_blocks(in, n - 1, out, at);
-  }
+  at = escape_blocks(in, n - 1, out, at);
 #endif
   at = escape_plain(in, n - 1, out, at);
   out[at.out++] = in[n - 1];
@@ -135,7 +133,7 @@ int bb_decode(unsigned char* in, int n, unsigned char* out, int /*outSize*/)
   }
   EscapeCursor at = {1, 1};
 #ifdef __SSE2__
-  if (!overlap(in, out, n))
+  if (blocks_may_unescape(in, n, out))
   {
     at = unescape_blocks(in, n - 1, out, at);
   }

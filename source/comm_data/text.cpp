@@ -15,8 +15,26 @@ namespace
 
 #ifdef __SSE2__
 
-// Longer texts are found faster by skipping, which the C library does.
-constexpr size_t LongestByVector = 32;
+// The C library's search skips, and skips far when the bytes sought are many and hardly repeat.
+bool suits_skipping(const char* what, size_t what_len)
+{
+  if (what_len < 8 || what_len > 32)
+  {
+    return what_len > 32;
+  }
+  unsigned long long seen[4] = {};
+  for (size_t i = 0; i < what_len; ++i)
+  {
+    const auto byte = static_cast<unsigned char>(what[i]);
+    seen[byte / 64] |= 1ULL << byte % 64;
+  }
+  int different = 0;
+  for (unsigned long long bits : seen)
+  {
+    different += __builtin_popcountll(bits);
+  }
+  return different > 6;
+}
 
 // One bit for each of the sixteen places from p on that holds the byte.
 __m128i places_of(const char* p, __m128i byte)
@@ -70,7 +88,7 @@ const char* find_bytes(const char* buf, size_t len, const char* what, size_t wha
     return static_cast<const char*>(memchr(buf, what[0], len));
   }
 #ifdef __SSE2__
-  if (what_len <= LongestByVector)
+  if (!suits_skipping(what, what_len))
   {
     return find_by_vector(buf, len, what, what_len);
   }
