@@ -6,17 +6,27 @@
 class MutexHold
 {
 public:
-  explicit MutexHold(pthread_mutex_t& held) : mutex(held)
+  explicit MutexHold(pthread_mutex_t& held) : MutexHold(&held)
   {
-    pthread_mutex_lock(&mutex);
+  }
+  /// @param held  null holds nothing
+  explicit MutexHold(pthread_mutex_t* held) : mutex(held)
+  {
+    if (mutex != nullptr)
+    {
+      pthread_mutex_lock(mutex);
+    }
   }
   ~MutexHold()
   {
-    pthread_mutex_unlock(&mutex);
+    if (mutex != nullptr)
+    {
+      pthread_mutex_unlock(mutex);
+    }
   }
   MutexHold(const MutexHold&) = delete;
   MutexHold& operator=(const MutexHold&) = delete;
 
 private:
-  pthread_mutex_t& mutex;
+  pthread_mutex_t* mutex;
 };
