@@ -14,6 +14,7 @@
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>
 #include <devcomm/nmea.h>
+#include <devcomm/serial_port.h>
 #include <devcomm/signal_handler.h>
 #include <devcomm/socket.h>
 #include <devcomm/tcp_service.h>
