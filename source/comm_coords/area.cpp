@@ -1,5 +1,6 @@
 #include <devcomm/coordinates.h>
 
+#include <algorithm>
 #include <memory>
 #include <new>
 
@@ -45,18 +46,15 @@ void CCoordsCalculate::vertices_get_extent(pos_t* pts, int n, rect_t* r) const
   *r = {0, 0, 0, 0};
   if (pts == nullptr || n < 1)
     return;
-  *r = {pts[0].x, pts[0].y, pts[0].x, pts[0].y};
+  rect_t extent = {pts[0].x, pts[0].y, pts[0].x, pts[0].y};
   for (int i = 1; i < n; i++)
   {
-    if (pts[i].x < r->minx)
-      r->minx = pts[i].x;
-    if (pts[i].x > r->maxx)
-      r->maxx = pts[i].x;
-    if (pts[i].y < r->miny)
-      r->miny = pts[i].y;
-    if (pts[i].y > r->maxy)
-      r->maxy = pts[i].y;
+    extent.minx = std::min(extent.minx, pts[i].x);
+    extent.miny = std::min(extent.miny, pts[i].y);
+    extent.maxx = std::max(extent.maxx, pts[i].x);
+    extent.maxy = std::max(extent.maxy, pts[i].y);
   }
+  *r = extent;
 }
 
 // Casts a ray from p to the right and counts the crossings of the boundary. A run of vertices on the
@@ -78,20 +76,26 @@ int CCoordsCalculate::pt_in_poly(pos_t* poly, int n, pos_t* p) const
 
   int crossings = 0;
   pos_t* from = &poly[n - 1];
+  int from_level = level(*from, *p);
   for (int i = 0; i < n; i++)
   {
     pos_t* to = &poly[i];
-    if (on_same_line(from, to, p) == 0)
-      return 1;
-    const int now = level(*to, *p);
-    if (now != 0 && before != 0)
+    const int to_level = level(*to, *p);
+    // An edge that stays on one side neither holds p nor crosses; nearly all do.
+    if (to_level != from_level || to_level == 0)
     {
-      const bool after_run = level(*from, *p) == 0;
-      if (now != before && (after_run ? from->x > p->x : passes_right(*from, *to, *p)))
-        crossings++;
-      before = now;
+      if (on_same_line(from, to, p) == 0)
+        return 1;
+      if (to_level != 0 && before != 0)
+      {
+        const bool ahead = from_level == 0 ? from->x > p->x : passes_right(*from, *to, *p);
+        if (to_level != before && ahead)
+          crossings++;
+        before = to_level;
+      }
     }
     from = to;
+    from_level = to_level;
   }
   return crossings & 1;
 }
