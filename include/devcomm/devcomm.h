@@ -3,21 +3,25 @@
 /// @file
 /// The whole library in one include; each family's header can be included alone.
 
+#include <devcomm/audio_level.h>
 #include <devcomm/block_pool.h>
 #include <devcomm/byte_buffer.h>
 #include <devcomm/codec.h>
 #include <devcomm/coordinates.h>
 #include <devcomm/digest.h>
+#include <devcomm/file.h>
 #include <devcomm/frame_buffer.h>
 #include <devcomm/frame_info.h>
 #include <devcomm/gps.h>
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>
 #include <devcomm/nmea.h>
+#include <devcomm/round_buffer.h>
 #include <devcomm/serial_port.h>
 #include <devcomm/signal_handler.h>
 #include <devcomm/socket.h>
 #include <devcomm/tcp_service.h>
+#include <devcomm/text.h>
 #include <devcomm/thread.h>
 #include <devcomm/time_process.h>
 #include <devcomm/watchdog.h>
