@@ -16,6 +16,13 @@ namespace
 constexpr uint64_t kSmallestStorage = 256;
 constexpr unsigned int kReadAtOnce = 4096;
 
+/// Callers look at errno to tell "later" from "never": one left over from another call must not decide.
+int refuse_null()
+{
+  errno = EINVAL;
+  return -1;
+}
+
 /// Bytes of storage from the origin to need bytes after the data.
 uint64_t span_with(const ExpandBuffer& buf, unsigned int need)
 {
@@ -110,7 +117,7 @@ int buffer_expand(ExpandBuffer* buf, unsigned int need, Growth growth)
 {
   if (buf == nullptr)
   {
-    return -1;
+    return refuse_null();
   }
   const uint64_t span = span_with(*buf, need);
   if (span <= buf->totallen)
@@ -213,7 +220,7 @@ int buffer_write(ExpandBuffer* buf, int fd, unsigned int most)
 {
   if (buf == nullptr)
   {
-    return -1;
+    return refuse_null();
   }
   const ssize_t taken = quiet_write(fd, buf->buffer, std::min(most, buf->length));
   if (taken > 0)

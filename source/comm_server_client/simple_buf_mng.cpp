@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstring>
 
@@ -69,6 +70,7 @@ int SimpleBufMng::UdpWrite(int sock, sockaddr_in* to)
 {
   if (m_buf == nullptr)
   {
+    errno = EINVAL;
     return -1;
   }
   const ssize_t sent = sendto(sock, m_buf->buffer, m_buf->length, MSG_NOSIGNAL,

@@ -241,6 +241,14 @@ TEST(ByteBuffer, ReadsAndWritesDescriptorsByOneCallEach)
   EXPECT_EQ(errno, EBADF);
   EXPECT_EQ(queue.Length(), 6000U);
 
+  // A buffer that could not be made never looks like a socket to try again later.
+  errno = EAGAIN;
+  EXPECT_EQ(ExpandBuffer_read(nullptr, fds[0], 1), -1);
+  EXPECT_EQ(errno, EINVAL);
+  errno = EAGAIN;
+  EXPECT_EQ(ExpandBuffer_write(nullptr, fds[0]), -1);
+  EXPECT_EQ(errno, EINVAL);
+
   // A vanished reader is an error, never a signal, and one pending before stays pending.
   int pair[2];
   ASSERT_EQ(pipe(fds) + socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
