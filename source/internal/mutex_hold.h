@@ -6,9 +6,7 @@
 class MutexHold
 {
 public:
-  explicit MutexHold(pthread_mutex_t& held) : MutexHold(&held)
-  {
-  }
+  explicit MutexHold(pthread_mutex_t& held) : MutexHold(&held) {}
   /// @param held  null holds nothing
   explicit MutexHold(pthread_mutex_t* held) : mutex(held)
   {
