@@ -75,8 +75,9 @@ void ConnectionLoop::finish()
 bool ConnectionLoop::pass()
 {
   const int64_t now = now_ms();
-  // The wait tells of a pending error as well, so the socket is only asked at first and after such a hint.
-  if (checkError && check_sock_err(sock) < 0)
+  // The wait tells of a pending error as well, so a socket that moved bytes this very millisecond is not asked
+  // without such a hint. After a slow callback it is: an error that came meanwhile ends it before another IDLE.
+  if ((checkError || now != c.lastActiveMs) && check_sock_err(sock) < 0)
   {
     return false;
   }

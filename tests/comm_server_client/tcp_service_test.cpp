@@ -134,6 +134,25 @@ TEST(TcpConnection, EndsWithOneCloseForEveryReason)
   EXPECT_EQ(stopped.Count('C'), 1);
   EXPECT_EQ(owned.client->sock, -1);
 
+  // A peer that drops the connection, unread bytes and all, while a callback takes its time.
+  Standalone dropped;
+  Events late(
+      [&](SERVICE_STATE_E state, const std::string&, tcp_server_st*, tcp_client_st* client)
+      {
+        if (state == SERVICE_STATE_RECV)
+        {
+          dropped.peer.Close();
+          usleep(5000);
+        }
+        return state == SERVICE_STATE_START ? ClientSendData(client, "unread", 6, 0) : 0;
+      });
+  EXPECT_EQ(dropped.Start(late), 0);
+  EXPECT_TRUE(late.Wait('W'));
+  dropped.peer.Send("x");
+  EXPECT_TRUE(late.Wait('C'));
+  ClientStop(dropped.client);
+  EXPECT_EQ(late.Steps(), "SIWIRC");
+
   Standalone dumb;
   EXPECT_EQ(ClientStart(dumb.client, nullptr, dumb.pair.ends[0], 1000, nullptr, nullptr), 0);
   EXPECT_TRUE(dumb.peer.AtEnd());
