@@ -16,7 +16,8 @@
 /// Reads copy into the caller's memory and cannot see how much of it there is: offer room for the `max` largest
 /// frames (for one when max is below 1). Frames should stay well under half of the area. Larger ones are never
 /// cut and never overlap a frame that can still be read: they push out what is in their way, and one that is
-/// longer than the whole area, or empty, is not stored.
+/// longer than the whole area is not stored. An empty frame is stored and read with length 0, but behind two or
+/// more frames it pushes out all of them.
 ///
 /// An object whose memory could not be had, or of a size below 1, stores nothing and knows no reader.
 class DEVCOMM_API CCommBuffer
@@ -100,7 +101,7 @@ public:
 
   /// Appends a frame, dropping the oldest ones as needed.
   ///
-  /// @param data  info->length bytes, copied before the call returns
+  /// @param data  info->length bytes, copied before the call returns; may be null when that is 0
   /// @param info  a timeStamp of 0 is replaced in the caller's record by the time of day
   /// @return 0, also when the frame could not be stored
   int PutData(unsigned char* data, FrameInfo_t* info);

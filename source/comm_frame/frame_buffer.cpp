@@ -102,7 +102,7 @@ int CCommBuffer::GetUsrCount()
 
 int CCommBuffer::PutData(unsigned char* data, FrameInfo_t* info)
 {
-  if (!Usable() || data == nullptr || info == nullptr)
+  if (!Usable() || info == nullptr || (data == nullptr && info->length > 0))
   {
     return 0;
   }
@@ -114,7 +114,7 @@ int CCommBuffer::PutData(unsigned char* data, FrameInfo_t* info)
     info->timeStamp = static_cast<uint64_t>(now.tv_sec) * 1000000U + static_cast<uint64_t>(now.tv_usec);
   }
   unsigned long offset = 0;
-  if (RefreshIndex(info, &offset) == 0)
+  if (RefreshIndex(info, &offset) == 0 && info->length > 0)
   {
     memcpy(state->data + offset, data, info->length);
   }

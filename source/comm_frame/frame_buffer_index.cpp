@@ -31,14 +31,14 @@ void CCommBuffer::DropOldest()
 }
 
 // Drops frames from the oldest on while they start in from..to, or in to..from around the end of the area when
-// from is not below to. Both bounds are inclusive: a frame that starts at `to` goes as well, though none of its
+// from is above to. Both bounds are inclusive: a frame that starts at `to` goes as well, though none of its
 // bytes are needed; how many frames stay readable depends on it. The newest frame always stays.
 void CCommBuffer::FreeNode(unsigned long from, unsigned long to)
 {
   while (state->head != state->tail)
   {
     const unsigned long start = state->head->offset;
-    const bool inside = from < to ? from <= start && start <= to : start <= to || start >= from;
+    const bool inside = from <= to ? from <= start && start <= to : start <= to || start >= from;
     if (!inside)
     {
       return;
@@ -54,7 +54,7 @@ int CCommBuffer::RefreshIndex(FrameInfo_t* info, unsigned long* offset)
 {
   const unsigned long size = static_cast<unsigned long>(state->size);
   const unsigned long length = info->length;
-  if (length == 0 || length > size)
+  if (length > size)
   {
     return -1;
   }
@@ -70,9 +70,10 @@ int CCommBuffer::RefreshIndex(FrameInfo_t* info, unsigned long* offset)
   const bool alone = state->head == newest;
   // A frame that would end exactly at the end of the area goes to the start, except behind a single frame.
   const bool wraps = alone ? length > size - end : length >= size - end;
-  const unsigned long newEnd = wraps ? length : end + length;
-  const bool coversNewest = wraps && newest->offset <= newEnd;
-  if (coversNewest)
+  // An empty frame behind several counts as one that goes all the way round; that is meant.
+  const bool dropsAll = length == 0 ? !alone : wraps && newest->offset <= length;
+  const unsigned long newEnd = wraps || dropsAll ? length : end + length;
+  if (dropsAll)
   {
     while (state->head != newest)
     {
@@ -97,7 +98,7 @@ int CCommBuffer::RefreshIndex(FrameInfo_t* info, unsigned long* offset)
   }
   newest->next = node;
   state->tail = node;
-  if (coversNewest)
+  if (dropsAll)
   {
     DropOldest();
   }
