@@ -34,8 +34,8 @@ CClient::~CClient()
 
 void CClient::PrintInfo()
 {
-  printf("    client=%p, info=%s\n    quit flag=%d, last recv/send=%d/%d s\n", static_cast<void*>(this), info,
-         quitFlag, seconds_since(lastRecvTime), seconds_since(lastSendTime));
+  printf("    client=%p, info=%.64s\n    quit flag=%d, last recv/send=%d/%d s\n", static_cast<void*>(this),
+         info, quitFlag, seconds_since(lastRecvTime), seconds_since(lastSendTime));
   printf("    time=%d, recv=%d/%d, send=%d/%d\n", seconds_since(startTime), recvCount[1], recvCount[0],
          sendCount[1], sendCount[0]);
 }
