@@ -91,8 +91,8 @@ public:
 
   /// Compiles a pattern in place of the one before.
   /// @param flags  Flags, or-ed
-  /// @return 0; -1 when the pattern is null or does not compile: ErrorText tells why, nothing matches until
-  ///         the next Compile
+  /// @return 0; -1 when the pattern is null, does not compile, or is above 4096 bytes with its repetitions
+  ///         {m,n} written out: ErrorText tells why, nothing matches until the next Compile
   int Compile(const char* pattern, int flags);
 
   /// Looks for the first match.

@@ -1,6 +1,8 @@
 #include <devcomm/text.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <regex.h>
@@ -13,6 +15,43 @@ int library_flags(int flags)
   return ((flags & CRegex::Extended) != 0 ? REG_EXTENDED : 0) |
          ((flags & CRegex::IgnoreCase) != 0 ? REG_ICASE : 0) |
          ((flags & CRegex::NewLine) != 0 ? REG_NEWLINE : 0);
+}
+
+// The most times that the interval after an opening brace repeats what stands before it.
+size_t repetitions(const char* interval)
+{
+  constexpr unsigned long TooMany = 1UL << 16; // of itself more than the C library takes
+  char* end = nullptr;
+  const unsigned long least = strtoul(interval, &end, 10);
+  const unsigned long most = *end == ',' ? strtoul(end + 1, nullptr, 10) : 0;
+  return std::min(std::max({least, most, 1UL}), TooMany);
+}
+
+// The C library writes repetitions out and then compiles recursively, so that (a?){30000} or as many
+// parentheses overflow the stack. An interval after a group may repeat everything, another one character.
+bool is_too_big(const char* pattern)
+{
+  constexpr size_t Most = 4096;
+  size_t size = strlen(pattern);
+  size_t factor = 1;
+  for (const char* brace = strchr(pattern, '{'); brace != nullptr && size * factor <= Most;
+       brace = strchr(brace + 1, '{'))
+  {
+    const char* repeated = brace;
+    while (repeated > pattern && repeated[-1] == '\\')
+    {
+      --repeated;
+    }
+    if (repeated > pattern && strchr(")}*+?", repeated[-1]) != nullptr)
+    {
+      factor *= repetitions(brace + 1);
+    }
+    else
+    {
+      size += repetitions(brace + 1);
+    }
+  }
+  return size > Most || size * factor > Most;
 }
 
 // Matches text[start .. length-1]; the offsets found count from the beginning of the text.
@@ -66,8 +105,11 @@ int CRegex::Compile(const char* pattern, int flags)
     regfree(&m_private->pattern);
     m_private->compiled = false;
   }
-  const int error =
-      pattern == nullptr ? REG_BADPAT : regcomp(&m_private->pattern, pattern, library_flags(flags));
+  int error = REG_BADPAT;
+  if (pattern != nullptr)
+  {
+    error = is_too_big(pattern) ? REG_ESPACE : regcomp(&m_private->pattern, pattern, library_flags(flags));
+  }
   m_private->error[0] = '\0';
   if (error != 0)
   {

@@ -149,6 +149,13 @@ TEST(Regex, SurvivesPatternsThatDoNotCompile)
   EXPECT_STRNE(regex.ErrorText(), "");
   EXPECT_EQ(regex.Match("a", nullptr, 0), -1) << "the old pattern is gone";
   EXPECT_EQ(regex.Compile(nullptr, 0), -1);
+  const std::string deep(100000, '(');
+  for (const char* huge :
+       {deep.c_str(), "(a?){30000}", "((a?){200}){0,200}", "(((a{1,255}){1,255})*){1,255}"})
+  {
+    EXPECT_EQ(regex.Compile(huge, CRegex::Extended), -1) << "would overflow the stack";
+  }
+  EXPECT_EQ(regex.Compile("([0-9a-f]{4}:){7}[0-9a-f]{4}", CRegex::Extended), 0);
   EXPECT_EQ(regex.Compile("^b$", CRegex::NewLine), 0);
   EXPECT_STREQ(regex.ErrorText(), "");
   EXPECT_EQ(regex.Match("a\nb\nc", nullptr, 0), 1);
