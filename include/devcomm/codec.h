@@ -44,7 +44,7 @@ DEVCOMM_API unsigned int calc_sum_u32(unsigned char* p, int n);
 ///
 /// @param s    shorter texts count as padded with '0' on the left. Characters are not checked: the low
 ///             four bits of each are taken
-/// @param out  n bytes
+/// @param out  n bytes; may be s itself
 /// @param n    bytes of out; callers keep to 177 at most
 /// @return 0; -1 when s or out is null or n is below 1
 DEVCOMM_API int string2bcd(const char* s, unsigned char* out, int n);

@@ -190,6 +190,12 @@ int string2bcd(const char* s, unsigned char* out, int n)
   const size_t digits = 2 * static_cast<size_t>(n);
   const size_t length = strnlen(s, digits);
   const size_t padding = digits - length;
+  char copy[356]; // so that out may be the text itself, for every n that callers keep to
+  if (length <= sizeof copy)
+  {
+    memcpy(copy, s, length);
+    s = copy;
+  }
   memset(out, 0, static_cast<size_t>(n));
   for (size_t i = 0; i < length; ++i)
   {

@@ -119,6 +119,9 @@ TEST(Codec, PacksAndUnpacksBcdText)
   EXPECT_EQ(bcd_text("", 2), "0000");
   EXPECT_EQ(bcd_text("J?", 1), ":?") << "letters give their low four bits";
   EXPECT_EQ(bcd_text(std::string(1000, '7').c_str(), 300), std::string(600, '7'));
+  unsigned char own[] = "98765";
+  EXPECT_EQ(string2bcd(reinterpret_cast<char*>(own), own, 3), 0);
+  EXPECT_EQ(Bytes(own, own + 3), (Bytes{0x09, 0x87, 0x65})) << "in the text's own place";
   unsigned char byte = 0x42;
   char text[3] = "ab";
   EXPECT_EQ(string2bcd("1", &byte, 0), -1);
