@@ -114,7 +114,7 @@ int CCommBuffer::PutData(unsigned char* data, FrameInfo_t* info)
     info->timeStamp = static_cast<uint64_t>(now.tv_sec) * 1000000U + static_cast<uint64_t>(now.tv_usec);
   }
   unsigned long offset = 0;
-  if (RefreshIndex(info, &offset) == 0 && info->length > 0)
+  if (RefreshIndex(info, &offset) == 0 && data != nullptr)
   {
     memcpy(state->data + offset, data, info->length);
   }
