@@ -48,7 +48,7 @@ void append(Connection* connection, const char* data, int len)
 // Needs sendLock, which it gives back.
 void finish_queueing(Connection* connection, int hold)
 {
-  connection->holdFlag = hold;
+  relaxed_store(connection->holdFlag, hold);
   if (connection->sendBuf->Length() > 0)
   {
     wake_sleeper(connection);

@@ -19,6 +19,7 @@ namespace
 
 constexpr int kPassMs = 20;
 constexpr int kReadBytes = 4096;
+constexpr unsigned kFewBytes = 4096;
 
 thread_local const tcp_client_st* currentClient = nullptr;
 
@@ -40,7 +41,7 @@ private:
   bool pass();
   bool report(SERVICE_STATE_E state);
   bool idle();
-  bool look_for_output();
+  unsigned look_for_output();
   short wait(int64_t passStart);
   bool receive();
   bool send();
@@ -48,6 +49,8 @@ private:
   Connection& c;
   const int sock; // the record's may be taken away by then; this one is ours to close
   bool checkError = true;
+  bool hasRoom = true;  // the last write took everything, so a few bytes more likely find room
+  bool readAll = false; // the last read, later than the last write, left nothing behind
 };
 
 void ConnectionLoop::run()
@@ -119,31 +122,45 @@ bool ConnectionLoop::report(SERVICE_STATE_E state)
 
 bool ConnectionLoop::idle()
 {
-  pthread_mutex_lock(&c.sendLock);
-  const bool held = c.holdFlag != 0 && c.sendBuf->Length() > 0;
-  pthread_mutex_unlock(&c.sendLock);
-  return held || report(SERVICE_STATE_IDLE);
+  if (relaxed_load(c.holdFlag) != 0)
+  {
+    pthread_mutex_lock(&c.sendLock);
+    const bool held = c.holdFlag != 0 && c.sendBuf->Length() > 0;
+    pthread_mutex_unlock(&c.sendLock);
+    if (held)
+    {
+      return true;
+    }
+  }
+  return report(SERVICE_STATE_IDLE);
 }
 
 // With nothing to send the thread is about to sleep without an eye on the socket's room: who queues must wake it.
-bool ConnectionLoop::look_for_output()
+unsigned ConnectionLoop::look_for_output()
 {
   pthread_mutex_lock(&c.sendLock);
-  const bool waiting = c.sendBuf->Length() > 0;
-  relaxed_store(c.asleep, waiting ? 0 : 1);
+  const unsigned queued = c.sendBuf->Length();
+  relaxed_store(c.asleep, queued > 0 ? 0 : 1);
   pthread_mutex_unlock(&c.sendLock);
-  return waiting;
+  return queued;
 }
 
 // What the socket is ready for within the pass; 0 for nothing. A wake goes on waiting with the eye on the socket's
-// room, so that it makes no pass, and no IDLE, of its own.
+// room, so that it makes no pass, and no IDLE, of its own. With a few bytes to send and likely room there is no
+// wait: both are tried, in their order, and finding the socket not ready costs less than asking.
 short ConnectionLoop::wait(int64_t passStart)
 {
   int left = kPassMs;
   do
   {
-    pollfd fds[2] = {{sock, POLLIN, 0}, {c.wakeFd, POLLIN, 0}};
-    fds[0].events = static_cast<short>(look_for_output() ? POLLIN | POLLOUT : POLLIN);
+    const unsigned queued = look_for_output();
+    if (queued > 0 && queued <= kFewBytes && hasRoom)
+    {
+      // Within the millisecond of a read that emptied the socket there is nothing to look for again.
+      return readAll && passStart == c.lastActiveMs ? POLLOUT : POLLIN | POLLOUT;
+    }
+    const auto wanted = static_cast<short>(queued > 0 ? POLLIN | POLLOUT : POLLIN);
+    pollfd fds[2] = {{sock, wanted, 0}, {c.wakeFd, POLLIN, 0}};
     const int count = poll(fds, 2, left);
     relaxed_store(c.asleep, 0);
     if (count < 1)
@@ -172,6 +189,7 @@ bool ConnectionLoop::receive()
     return count < 0 && (errno == EAGAIN || errno == EINTR);
   }
   c.lastActiveMs = now_ms();
+  readAll = count < kReadBytes;
   if (!report(SERVICE_STATE_RECV))
   {
     DEVCOMM_ASSERT_REPORT(Warning);
@@ -190,6 +208,8 @@ bool ConnectionLoop::send()
   }
   const int count = c.sendBuf->Write(sock);
   const int error = errno;
+  hasRoom = c.sendBuf->Length() == 0;
+  readAll = false;
   pthread_mutex_unlock(&c.sendLock);
   if (count < 0 && (error == EAGAIN || error == EINTR))
   {
