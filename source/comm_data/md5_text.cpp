@@ -1,5 +1,6 @@
 #include <devcomm/digest.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -60,6 +61,11 @@ int GetMd5FromFile(const char* path, unsigned int limit, char* hex)
   {
     const size_t wanted = limit == 0 || left > sizeof piece ? sizeof piece : left;
     const size_t got = fread(piece, 1, wanted, file);
+    if (got == 0 && ferror(file) != 0 && errno == EINTR) // a signal, while waiting for a pipe
+    {
+      clearerr(file);
+      continue;
+    }
     if (got == 0)
     {
       break;

@@ -5,11 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <pthread.h>
 #include <random>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -190,4 +193,33 @@ TEST(Digest, TextsOfBuffersAndFiles)
   unlink(path);
   EXPECT_EQ(GetMd5FromFile(path, 0, text), -1);
   EXPECT_EQ(CompareMd5File(path, 0, abc), -1);
+}
+
+TEST(Digest, ASignalDoesNotCutAPipeShort)
+{
+  struct sigaction quiet = {};
+  struct sigaction before = {};
+  quiet.sa_handler = [](int) {
+  }; // and no SA_RESTART
+  sigaction(SIGUSR1, &quiet, &before);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const pthread_t reader = pthread_self();
+  std::thread writer(
+      [reader, ends]
+      {
+        for (int i = 0; i < 30; ++i)
+        {
+          usleep(1000);
+          pthread_kill(reader, SIGUSR1);
+        }
+        EXPECT_EQ(write(ends[1], "abc", 3), 3);
+        close(ends[1]);
+      });
+  EXPECT_EQ(CompareMd5File(("/proc/self/fd/" + std::to_string(ends[0])).c_str(), 0,
+                           "900150983cd24fb0d6963f7d28e17f72"),
+            0);
+  writer.join();
+  close(ends[0]);
+  sigaction(SIGUSR1, &before, nullptr);
 }
