@@ -175,16 +175,28 @@ void echo_rows()
 
 // ---- one-way stream ----
 
-char chunk[kChunk];
+// What a recorder sends lies in a large frame buffer, not in one warm chunk.
+constexpr size_t kArea = 16 * 1024 * 1024;
+char area[kArea];
+
+struct AreaWalk
+{
+  size_t at = 0;
+  const char* next()
+  {
+    at = (at + kChunk) % kArea;
+    return area + at;
+  }
+};
 
 // Keeps one chunk queued while the round lasts.
 int stream_callback(SERVICE_STATE_E state, const char* /*data*/, int len, tcp_server_st* /*server*/,
-                    tcp_client_st* client, void* /*arg*/)
+                    tcp_client_st* client, void* arg)
 {
   if ((state == SERVICE_STATE_START || state == SERVICE_STATE_SEND) &&
       ClientGetSendBufSize(client) < static_cast<int>(kChunk))
   {
-    ClientSendData(client, chunk, kChunk, 1);
+    ClientSendData(client, static_cast<AreaWalk*>(arg)->next(), kChunk, 1);
   }
   return len;
 }
@@ -194,7 +206,8 @@ void stream_raw(int listenSock)
   for (;;)
   {
     const int sock = accept(listenSock, nullptr, nullptr);
-    while (write_all(sock, chunk, kChunk))
+    AreaWalk walk;
+    while (write_all(sock, walk.next(), kChunk))
     {
     }
     close(sock);
@@ -205,6 +218,9 @@ double bytes_per_second(int port)
 {
   static char data[256 * 1024];
   const int sock = connect_raw(port);
+  // Woken for whole chunks: otherwise the rate is that of the machine's wake-ups, not of the sender.
+  const int low = kChunk;
+  setsockopt(sock, SOL_SOCKET, SO_RCVLOWAT, &low, sizeof low);
   double bytes = 0;
   const auto start = Clock::now();
   while (seconds_since(start) < kRoundSeconds)
@@ -221,7 +237,9 @@ double bytes_per_second(int port)
 void stream_row()
 {
   int ours = 0;
-  tcp_server_st* server = start_server(ours, 1000, stream_callback, nullptr);
+  memset(area, 1, sizeof area);
+  static AreaWalk walk;
+  tcp_server_st* server = start_server(ours, 1000, stream_callback, &walk);
   int raw = 0;
   std::thread(stream_raw, listen_raw(raw)).detach();
   std::vector<double> rates[2];
@@ -232,7 +250,8 @@ void stream_row()
   }
   const double our = percentile(rates[0], 0.5);
   const double their = percentile(rates[1], 0.5);
-  fprintf(table(), "| one-way stream of 64 KiB sends | raw write loop | %.2f | %.0f MB/s, %.0f MB/s |\n",
+  fprintf(table(),
+          "| one-way stream of 64 KiB sends out of 16 MiB | raw write loop | %.2f | %.0f MB/s, %.0f MB/s |\n",
           median_ratio(rates[0], rates[1]), our / 1e6, their / 1e6);
   ServerStopListen(server);
   ServerUninit(server);

@@ -19,7 +19,6 @@ namespace
 
 constexpr int kPassMs = 20;
 constexpr int kReadBytes = 4096;
-constexpr unsigned kFewBytes = 4096;
 
 thread_local const tcp_client_st* currentClient = nullptr;
 
@@ -43,14 +42,14 @@ private:
   bool idle();
   unsigned look_for_output();
   short wait(int64_t passStart);
-  bool receive();
+  bool receive(int64_t passStart);
   bool send();
 
   Connection& c;
   const int sock; // the record's may be taken away by then; this one is ours to close
   bool checkError = true;
-  bool hasRoom = true;  // the last write took everything, so a few bytes more likely find room
-  bool readAll = false; // the last read, later than the last write, left nothing behind
+  bool hasRoom = true;    // the last write took something, so the next one likely finds room
+  int64_t emptiedMs = -1; // when a read last left nothing behind
 };
 
 void ConnectionLoop::run()
@@ -95,7 +94,7 @@ bool ConnectionLoop::pass()
   }
   const short ready = wait(now);
   checkError = (ready & (POLLERR | POLLHUP | POLLNVAL)) != 0;
-  if ((ready & (POLLIN | POLLERR | POLLHUP)) != 0 && !receive())
+  if ((ready & (POLLIN | POLLERR | POLLHUP)) != 0 && !receive(now))
   {
     return false;
   }
@@ -146,18 +145,18 @@ unsigned ConnectionLoop::look_for_output()
 }
 
 // What the socket is ready for within the pass; 0 for nothing. A wake goes on waiting with the eye on the socket's
-// room, so that it makes no pass, and no IDLE, of its own. With a few bytes to send and likely room there is no
-// wait: both are tried, in their order, and finding the socket not ready costs less than asking.
+// room, so that it makes no pass, and no IDLE, of its own. With bytes to send and likely room there is no wait:
+// both are tried, in their order, and finding the socket not ready costs less than asking.
 short ConnectionLoop::wait(int64_t passStart)
 {
   int left = kPassMs;
   do
   {
     const unsigned queued = look_for_output();
-    if (queued > 0 && queued <= kFewBytes && hasRoom)
+    if (queued > 0 && hasRoom)
     {
-      // Within the millisecond of a read that emptied the socket there is nothing to look for again.
-      return readAll && passStart == c.lastActiveMs ? POLLOUT : POLLIN | POLLOUT;
+      // Within the millisecond of a read that emptied the socket there is little to look for again.
+      return passStart == emptiedMs ? POLLOUT : POLLIN | POLLOUT;
     }
     const auto wanted = static_cast<short>(queued > 0 ? POLLIN | POLLOUT : POLLIN);
     pollfd fds[2] = {{sock, wanted, 0}, {c.wakeFd, POLLIN, 0}};
@@ -181,15 +180,16 @@ short ConnectionLoop::wait(int64_t passStart)
   return 0;
 }
 
-bool ConnectionLoop::receive()
+bool ConnectionLoop::receive(int64_t passStart)
 {
   const int count = c.recvBuf->Read(sock, kReadBytes);
   if (count <= 0)
   {
+    emptiedMs = passStart;
     return count < 0 && (errno == EAGAIN || errno == EINTR);
   }
   c.lastActiveMs = now_ms();
-  readAll = count < kReadBytes;
+  emptiedMs = count < kReadBytes ? c.lastActiveMs : -1;
   if (!report(SERVICE_STATE_RECV))
   {
     DEVCOMM_ASSERT_REPORT(Warning);
@@ -208,8 +208,7 @@ bool ConnectionLoop::send()
   }
   const int count = c.sendBuf->Write(sock);
   const int error = errno;
-  hasRoom = c.sendBuf->Length() == 0;
-  readAll = false;
+  hasRoom = count > 0;
   pthread_mutex_unlock(&c.sendLock);
   if (count < 0 && (error == EAGAIN || error == EINTR))
   {
