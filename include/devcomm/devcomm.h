@@ -20,6 +20,7 @@
 #include <devcomm/serial_port.h>
 #include <devcomm/signal_handler.h>
 #include <devcomm/socket.h>
+#include <devcomm/sqlite_access.h>
 #include <devcomm/tcp_service.h>
 #include <devcomm/text.h>
 #include <devcomm/thread.h>
