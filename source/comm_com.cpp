@@ -105,11 +105,14 @@ void CCommCom::CloseCom()
   const bool lock = m_bLock != 0;
   if (lock)
     pthread_mutex_lock(&m_mutex);
-  if (close_port(m_fp, m_fd) != 0)
-    puts("close Com fail");
-  m_fp = nullptr;
+  FILE* const stream = m_fp;
+  const int fd = m_fd;
+  // Before the number is free for somebody else's descriptor, which a Write would then go to.
   relaxed_store(m_bOpen, 0);
   relaxed_store(m_fd, 0); // not -1: callers rely on it
+  m_fp = nullptr;
+  if (close_port(stream, fd) != 0)
+    puts("close Com fail");
   if (lock)
     pthread_mutex_unlock(&m_mutex);
 }
@@ -210,17 +213,16 @@ int CCommCom::WaitFor(short event, const Timeout& timeout, bool restart) const
   }
 }
 
-// Moves a line that fits and is complete out of the buffer.
+// Moves a line that fits and is complete out of the buffer. Of any other, what fits is copied and stays.
 int CCommCom::TakeLine(char* line, int size, int* len)
 {
-  const int limit = std::min(size - 1, m_nBufLen);
-  if (limit < 1)
+  if (size < 2 || m_nBufLen < 1)
     return -1;
-  const void* found = memchr(m_szBuf, '\n', static_cast<size_t>(limit));
-  if (found == nullptr)
+  const auto limit = static_cast<size_t>(std::min(size - 1, m_nBufLen));
+  const void* end = memccpy(line, m_szBuf, '\n', limit);
+  if (end == nullptr)
     return -1;
-  const auto taken = static_cast<size_t>(static_cast<const char*>(found) - m_szBuf) + 1;
-  memcpy(line, m_szBuf, taken);
+  const auto taken = static_cast<size_t>(static_cast<const char*>(end) - line);
   line[taken] = '\0';
   m_nBufLen -= static_cast<int32_t>(taken);
   memmove(m_szBuf, m_szBuf + taken, static_cast<size_t>(m_nBufLen));
@@ -278,8 +280,10 @@ int CCommCom::Read(char* buf, int size)
 
 int CCommCom::IORead(void* buf, int size)
 {
-  if (buf == nullptr || size < 0 || WaitFor(POLLIN, m_tvRead, false) != 1)
+  if (WaitFor(POLLIN, m_tvRead, false) != 1)
     return -1;
+  if (buf == nullptr || size < 0)
+    return 0; // as for any other read that fails
   return static_cast<int>(std::max<ssize_t>(0, read(m_fd, buf, static_cast<size_t>(size))));
 }
 

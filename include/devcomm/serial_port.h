@@ -87,7 +87,7 @@ public:
   /// Takes one line, ended by '\n', out of the bytes received so far. Reads from the device at most once,
   /// and not at all when a line is there: call again until a line comes.
   ///
-  /// @param line  gets the line with its '\n' and a terminator
+  /// @param line  gets the line with its '\n' and a terminator; on failure, bytes without a terminator
   /// @param size  bytes of line. A longer line never comes out: once 512 bytes are held without one that
   ///              fits, they are dropped
   /// @param len   gets the length, 0 on failure
