@@ -25,6 +25,7 @@
 #include <devcomm/text.h>
 #include <devcomm/thread.h>
 #include <devcomm/time_process.h>
+#include <devcomm/udp_client.h>
 #include <devcomm/unix_domain.h>
 #include <devcomm/watchdog.h>
 #include <devcomm/worker_thread.h>
