@@ -1,0 +1,257 @@
+#include <devcomm/udp_client.h>
+
+#include "internal/relaxed.h"
+
+#include <devcomm/socket.h>
+
+#include "support/tcp_peer.h"
+
+#include <fcntl.h>
+
+#include <vector>
+
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
+
+namespace
+{
+
+/// A service and a plain socket at its far end, both on loopback. The callback logs one letter an event (S start,
+/// C close, R received, W sent) and answers as the test says.
+struct Service
+{
+  using Answer = std::function<int(SERVICE_STATE_E, const std::string&, udp_client_st*)>;
+
+  explicit Service(Answer answer) : m_answer(std::move(answer))
+  {
+    sockaddr_in any{};
+    any.sin_family = AF_INET;
+    any.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(bind(peer, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
+    peerAddress = AddressOf(peer);
+  }
+  ~Service()
+  {
+    if (client != nullptr)
+    {
+      UdpClientUninit(client);
+    }
+    close(peer);
+  }
+  static sockaddr_in AddressOf(int sock)
+  {
+    sockaddr_in address{};
+    socklen_t len = sizeof address;
+    getsockname(sock, reinterpret_cast<sockaddr*>(&address), &len);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+  }
+  int Start(bool isConnected = false)
+  {
+    sock = udp_unicast_init(0, nullptr);
+    address = AddressOf(sock);
+    if (isConnected)
+    {
+      connect(sock, reinterpret_cast<sockaddr*>(&peerAddress), sizeof peerAddress);
+    }
+    m_log.clear();
+    return UdpClientStart(client, sock, peerAddress, Callback, this);
+  }
+  void Send(const std::string& data) const
+  {
+    EXPECT_EQ(sendto(peer, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&address),
+                     sizeof address),
+              static_cast<ssize_t>(data.size()));
+  }
+  std::string Receive() const
+  {
+    std::string data(70000, '?');
+    pollfd fd{peer, POLLIN, 0};
+    const ssize_t got = poll(&fd, 1, 5000) == 1 ? recv(peer, data.data(), data.size(), 0) : -1;
+    return got < 0 ? "nothing" : data.substr(0, static_cast<size_t>(got));
+  }
+  std::string Log()
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_log;
+  }
+  bool Reaches(const std::string& log)
+  {
+    return eventually([&] { return Log() == log; });
+  }
+  static int Callback(SERVICE_STATE_E state, const char* data, int len, udp_client_st* client, void* arg)
+  {
+    auto* self = static_cast<Service*>(arg);
+    const int result =
+        self->m_answer(state, std::string(len > 0 ? data : "", static_cast<size_t>(len)), client);
+    const std::lock_guard<std::mutex> lock(self->m_mutex);
+    self->m_log += "SCRWI"[state];
+    return result;
+  }
+
+  udp_client_st* client = UdpClientInit();
+  int sock = -1;
+  int peer = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  sockaddr_in peerAddress{};
+
+private:
+  Answer m_answer;
+  std::mutex m_mutex;
+  std::string m_log;
+};
+
+} // namespace
+
+TEST(UdpClient, JoinsQueuedSendsAndKeepsWhatIsNotConsumed)
+{
+  std::vector<std::string> seen;
+  Service service(
+      [&](SERVICE_STATE_E state, const std::string& data, udp_client_st* client)
+      {
+        if (state == SERVICE_STATE_START)
+        {
+          UdpClientSendData(client, "one", 3);
+          UdpClientSendData(client, nullptr, 3);
+          UdpClientSendData(client, "two", 3);
+          EXPECT_EQ(UdpClientGetSendBufSize(client), 6);
+        }
+        if (state != SERVICE_STATE_RECV)
+        {
+          return 0;
+        }
+        seen.push_back(data);
+        return seen.size() == 1 ? 0 : seen.size() == 2 ? 3 : 1000000;
+      });
+  ASSERT_EQ(service.Start(), 0);
+  EXPECT_EQ(service.Receive(), "onetwo");
+  EXPECT_TRUE(service.Reaches("SW"));
+  service.Send("ab");
+  service.Send("cd");
+  service.Send(std::string(5000, 'e'));
+  EXPECT_TRUE(service.Reaches("SWRRR"));
+  const std::string longest(65507, 'x');
+  UdpClientSendData(service.client, longest.data(), static_cast<int>(longest.size()));
+  EXPECT_EQ(service.Receive(), longest);
+  service.Send("f");
+  EXPECT_TRUE(service.Reaches("SWRRRWR"));
+  EXPECT_EQ(UdpClientStop(service.client), 0);
+  EXPECT_EQ(service.Log(), "SWRRRWRC");
+  EXPECT_EQ(service.client->sock, -1);
+  EXPECT_EQ(fcntl(service.sock, F_GETFD), -1);
+  EXPECT_EQ(seen, (std::vector<std::string>{"ab", "abcd", "d" + std::string(4096, 'e'), "f"}));
+}
+
+TEST(UdpClient, EndsWithALineForEveryReasonAndStartsAgain)
+{
+  int refused = -1;
+  Service service(
+      [&](SERVICE_STATE_E state, const std::string& data, udp_client_st*)
+      {
+        if (state == SERVICE_STATE_CLOSE)
+        {
+          EXPECT_EQ(fcntl(service.sock, F_GETFD), FD_CLOEXEC); // still open
+        }
+        return state == refused ? -1 : static_cast<int>(data.size());
+      });
+  const auto cause = [&](int reason)
+  {
+    switch (reason)
+    {
+    case SERVICE_STATE_RECV:
+      return service.Send("x");
+    case SERVICE_STATE_SEND:
+      UdpClientSendData(service.client, "x", 1);
+      return;
+    case 5:
+      return service.Send(""); // an empty datagram
+    case 6:                    // more than a datagram holds
+      UdpClientSendData(service.client, std::string(65508, 'x').data(), 65508);
+      return;
+    case 7: // nobody at the far end
+      close(service.peer);
+      UdpClientSendData(service.client, "x", 1);
+      return;
+    case 8:
+      ThreadSetStatus(service.client->thread, 0);
+      return;
+    default:
+      return; // SERVICE_STATE_START
+    }
+  };
+  const struct
+  {
+    int reason;
+    const char* log;
+  } ends[] = {{SERVICE_STATE_START, "SC"},
+              {SERVICE_STATE_RECV, "SRC"},
+              {SERVICE_STATE_SEND, "SWC"},
+              {5, "SC"},
+              {6, "SC"},
+              {8, "SC"},
+              {7, "SWC"}};
+  for (const auto& end : ends)
+  {
+    refused = end.reason;
+    CaptureStdout();
+    ASSERT_EQ(service.Start(end.reason == 7), 0); // on a record whose thread ended by itself, never joined
+    const std::string remove = "udp remove conn, [" + std::to_string(service.sock) + "](";
+    cause(end.reason);
+    EXPECT_TRUE(service.Reaches(end.log)) << end.reason << ": " << service.Log();
+    EXPECT_TRUE(eventually([&] { return relaxed_load(service.client->sock) == -1; }));
+    EXPECT_EQ(ThreadGetStatus(service.client->thread), end.reason == 8 ? 0 : 1);
+    std::string out = GetCapturedStdout();
+    int line = 0;
+    char text[32] = "";
+    if (end.reason != 8)
+    {
+      EXPECT_EQ(sscanf(out.c_str(), "\xD0\xD0\xBA\xC5\xA3\xBA%d\x20\xBA\xAF\xCA\xFD\xC3\xFB\xA3\xBA%31s",
+                       &line, text),
+                2);
+      EXPECT_STREQ(text, "UdpClientProc");
+      out.erase(0, out.find(" \n") + 2);
+    }
+    EXPECT_EQ(out.substr(0, remove.size()), remove);
+  }
+  service.peer = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); // for the destructor
+}
+
+TEST(UdpClient, RefusesWhileItRunsAndMayBeFreedFromItsCallback)
+{
+  Service service(
+      [&](SERVICE_STATE_E state, const std::string&, udp_client_st* client)
+      {
+        if (state == SERVICE_STATE_RECV)
+        {
+          EXPECT_EQ(UdpClientUninit(client), 0);
+        }
+        if (state == SERVICE_STATE_CLOSE)
+        {
+          EXPECT_EQ(UdpClientStart(client, 1, {}, Service::Callback, nullptr), -1);
+        }
+        return 0;
+      });
+  CaptureStderr();
+  ASSERT_EQ(service.Start(), 0);
+  EXPECT_EQ(UdpClientStart(service.client, 1, {}, Service::Callback, nullptr), -1);
+  service.client = nullptr;
+  service.Send("go");
+  EXPECT_TRUE(service.Reaches("SRC"));
+  EXPECT_TRUE(eventually([&] { return fcntl(service.sock, F_GETFD) == -1; }));
+  EXPECT_EQ(UdpClientStart(nullptr, 1, {}, nullptr, nullptr), -1);
+  EXPECT_EQ(UdpClientStop(nullptr) + UdpClientSendData(nullptr, "x", 1) + UdpClientGetSendBufSize(nullptr),
+            0);
+  EXPECT_EQ(UdpClientUninit(nullptr), 0);
+  const std::string reports = GetCapturedStderr();
+  for (const auto& [level, count] : {std::make_pair("WARNING", 2), std::make_pair("ERROR", 4)})
+  {
+    int found = 0;
+    for (size_t at = 0; (at = reports.find(level, at)) != std::string::npos; ++at)
+    {
+      ++found;
+    }
+    EXPECT_EQ(found, count) << reports;
+  }
+}
