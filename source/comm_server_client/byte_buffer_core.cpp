@@ -1,6 +1,6 @@
 #include "comm_server_client/byte_buffer_core.h"
 
-#include "comm_server_client/quiet_write.h"
+#include "internal/quiet_write.h"
 
 #include <unistd.h>
 

@@ -1,9 +1,11 @@
-#include "comm_server_client/quiet_write.h"
+#include "internal/quiet_write.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <ctime>
 
@@ -43,4 +45,11 @@ ssize_t quiet_write(int fd, const void* data, size_t len)
 {
   const ssize_t sent = send(fd, data, len, MSG_NOSIGNAL);
   return sent < 0 && errno == ENOTSOCK ? write_holding_sigpipe(fd, data, len) : sent;
+}
+
+ssize_t quiet_write_ready(int fd, const void* data, size_t len)
+{
+  const ssize_t sent = send(fd, data, len, MSG_NOSIGNAL | MSG_DONTWAIT);
+  return sent < 0 && errno == ENOTSOCK ? write_holding_sigpipe(fd, data, std::min<size_t>(len, PIPE_BUF))
+                                       : sent;
 }
