@@ -12,6 +12,7 @@
 #include <devcomm/file.h>
 #include <devcomm/frame_buffer.h>
 #include <devcomm/frame_info.h>
+#include <devcomm/ftp_client.h>
 #include <devcomm/gps.h>
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>

@@ -1,0 +1,422 @@
+#include <devcomm/ftp_client.h>
+
+#include "support/scripted_server.h"
+#include "support/signal_storm.h"
+
+#include <fcntl.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <map>
+#include <vector>
+
+namespace
+{
+
+std::string
+    logged; // "level:text" for each call of the log function; the client logs on the test's thread only
+
+int log_text(unsigned int level, const char* format, ...) // NOLINT(cert-dcl50-cpp)
+{
+  char text[2048];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  logged += std::to_string(level) + ":" + text;
+  return 0;
+}
+
+bool was_logged(const std::string& text)
+{
+  return logged.find(text) != std::string::npos;
+}
+
+const std::string kPort = "(1,2,3,4,P)"; // another host's address; P stands for the data server's port
+
+using Answers = std::map<std::string, std::string>; // by verb; "hello" and "listing" are what is sent unasked
+
+/// A server that answers each verb by a table, and a client that knows it. An answer of "" ends the connection.
+struct Session
+{
+  explicit Session(Answers changes = {}, const std::string& remotedir = "a/b", const char* subdir = "",
+                   int download = 0, const char* file = "f.bin")
+      : answers(std::move(changes))
+  {
+    answers.insert({{"hello", "220 Ready\r\n"},
+                    {"USER", "331 Who\r\n"},
+                    {"PASS", "230 In\r\n"},
+                    {"MKD", "257 Made\r\n"},
+                    {"CWD", "250 There\r\n"},
+                    {"TYPE", "200 Binary\r\n"},
+                    {"PASV", "227 Passive " + kPort + ".\r\n"},
+                    {"REST", "350 Go on\r\n"},
+                    {"QUIT", "221 Bye\r\n"}});
+    logged.clear();
+    client.Init(log_text);
+    UserDefServerSet_t settings{};
+    settings.server_port = static_cast<uint16_t>(control.port);
+    strcpy(settings.server_addr, "127.0.0.1");
+    memset(settings.username, 'u', sizeof settings.username);
+    strcpy(settings.password, "secret");
+    memcpy(settings.remotedir, remotedir.data(), remotedir.size());
+    client.FtpSetServerInfo(download, &settings);
+    client.FtpSetLocalInfo(subdir, file);
+  }
+  ~Session()
+  {
+    client.FtpCloseFd();
+  }
+
+  void Answer(const std::string& verb, const std::string& text)
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    answers[verb] = text;
+  }
+
+  std::string Answer(const std::string& verb)
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto found = answers.find(verb);
+    std::string text = found == answers.end() ? "150 Go\r\n" : found->second;
+    const size_t at = text.find('P', text.find(kPort));
+    return at == std::string::npos
+               ? text
+               : text.replace(at, 1, std::to_string(data.port / 256) + "," + std::to_string(data.port % 256));
+  }
+
+  void Serve(ScriptedPeer& peer)
+  {
+    const std::string hello = Answer("hello");
+    hello.size() < 100 ? peer.SendByteByByte(hello) : peer.Send(hello);
+    for (std::string line = peer.Line(); !line.empty(); line = peer.Line())
+    {
+      const std::string verb = line.substr(0, line.find(' '));
+      {
+        const std::lock_guard<std::mutex> lock(mutex);
+        commands += line + "|";
+      }
+      const std::string answer = Answer(verb);
+      if (answer.empty() || !peer.Send(answer))
+      {
+        return;
+      }
+    }
+  }
+
+  /// What the server was sent since the last call.
+  std::string Commands()
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return std::exchange(commands, "");
+  }
+
+  ftp_sdk_data_t& Data()
+  {
+    return *client.FtpGetClientData();
+  }
+
+  Answers answers;
+  std::string commands;
+  std::mutex mutex; // guards the two above
+  CFtpClient client;
+  ScriptedServer data{[this](ScriptedPeer& peer)
+                      {
+                        const std::string text = Answer("listing");
+                        text == "stall" ? (void)peer.AtEnd() : (void)peer.Send(text);
+                      }};
+  ScriptedServer control{[this](ScriptedPeer& peer)
+                         {
+                           Serve(peer);
+                         }};
+};
+
+const std::string kLogin = "USER " + std::string(23, 'u') + "|PASS secret|";
+
+TEST(FtpClient, StartsASessionInTheDirectoriesOfItsDirection)
+{
+  const struct
+  {
+    const char* remotedir;
+    const char* subdir;
+    int download;
+    const char* commands;
+  } cases[] = {{"a/b", "", 0, "MKD /a|MKD /a/b|CWD a/b|"},
+               {"a//b/", nullptr, 0, "MKD /a|MKD /a/b|CWD a//b/|"},
+               {"", "", 0, ""},
+               {"a", "s", 0, "MKD a|CWD /a|MKD s|CWD /a/s|"},
+               {"a", "a", 0, "MKD a|MKD a|"},
+               {"a/b", "s", 1, "CWD a/b|"}};
+  for (const auto& item : cases)
+  {
+    Session session({}, item.remotedir, item.subdir, item.download);
+    ASSERT_EQ(session.client.FtpStart(), 0);
+    EXPECT_EQ(session.Commands(), kLogin + item.commands);
+    EXPECT_STREQ(session.Data().server_ip, "127.0.0.1");
+    EXPECT_EQ(session.Data().status, 3);
+    EXPECT_EQ(session.client.FtpStart(), -1);
+    EXPECT_TRUE(was_logged("2:FTP STATUS ERROR rc = 1"));
+    EXPECT_EQ(session.client.FtpDisconnect(), 0);
+    EXPECT_EQ(session.Data().status, 1);
+    char line[] = "NOOP\r\n";
+    EXPECT_EQ(session.client.FtpSendLine(line), 0);
+    EXPECT_TRUE(was_logged("2:this->m_ftp_sdk_data.status:1 cmd:NOOP\r\n\n"));
+    EXPECT_EQ(session.client.FtpStart(), 0);
+    EXPECT_EQ(session.Commands(), "QUIT|" + kLogin + item.commands);
+  }
+}
+
+TEST(FtpClient, FindsTheReplyInWhateverAServerSends)
+{
+  const std::string text(10000, '2');
+  const struct
+  {
+    std::string hello;
+    int code;
+    const char* log;
+  } cases[] = {
+      {"220-Hi\r\n220\r\n x\r\n220 Ready\r\n", 220, "0:connect ftp server ...OK!"},
+      {"220-" + text + "\r\n220 Ready\r\n", 220, "0:connect ftp server ...OK!"},
+      {"099 Low\r\n", 0, "2:Unknown error"},
+      {"no code\r\n", 0, "2:FTP server disconnected"},
+      {"220-Hi\r\n\r\n220 Late\r\n", 0, "0:Big bad error.. empty string returned by ftp_readline"},
+      {"120 Wait\r\n", 0, "0:Service not yet ready.. waiting for 15 seconds2:FTP server disconnected"},
+      {"421 Full %s%n\r\n", 421, "2:Service not available, closing control connection."},
+      {std::string(30000, '\r') + "230-" + text, 0, "2:FTP server disconnected2:Unknown error"}};
+  for (const auto& item : cases)
+  {
+    Session session;
+    ScriptedServer server(
+        [&](ScriptedPeer& peer)
+        { item.hello.size() < 100 ? peer.SendByteByByte(item.hello) : peer.Send(item.hello); });
+    session.Data().server_port = static_cast<uint16_t>(server.port);
+    EXPECT_EQ(session.client.FtpConnect(), item.code == 220 ? 0 : -1) << item.hello.substr(0, 50);
+    EXPECT_TRUE(was_logged(item.log)) << logged;
+  }
+
+  // 200 characters and the end are one line; of 202 the 201st is lost and the next begins the following line.
+  Session session(Answers{{"NOOP", std::string(200, 'x') + "\r\n" + std::string(200, 'y') + "zw\r\n"}});
+  ASSERT_EQ(session.client.FtpStart(), 0);
+  char noop[] = "NOOP\r\n";
+  EXPECT_EQ(session.client.FtpSendLine(noop), 6);
+  char line[201];
+  EXPECT_EQ(session.client.FtpReadLine(line, 0), std::string(200, 'x'));
+  EXPECT_EQ(session.client.FtpReadLine(line, 0), std::string(200, 'y'));
+  EXPECT_STREQ(session.client.FtpReadLine(line, 0), "w");
+}
+
+TEST(FtpClient, TellsWhyALoginOrADirectoryWasRefused)
+{
+  const struct
+  {
+    const char* verb;
+    const char* answer;
+    int status;
+    const char* log;
+  } logins[] = {{"USER", "230 Welcome", 3, "0:Don't need to send password\n"},
+                {"USER", "332 x", 2, "2:This program does not support user accounts\n"},
+                {"USER", "530 x", 2, "2:Not logged in as uuuuuuuuuuuuuuuuuuuuuuu\n"},
+                {"USER", "999 x", 2, "2:Unknown response to USER: 999\n"},
+                {"PASS", "202 x", 3, ""},
+                {"PASS", "530 x", 1, "2:Login incorrect\n"},
+                {"PASS", "503 x", 2, "2:Server doesn't understand PASS\n"},
+                {"PASS", "", 1, "2:Unknown response to PASS: 0\n"}};
+  for (const auto& item : logins)
+  {
+    Session session(Answers{{item.verb, *item.answer == '\0' ? "" : std::string(item.answer) + "\r\n"}});
+    ASSERT_EQ(session.client.FtpConnect(), 0);
+    EXPECT_EQ(session.client.FtpLogin(), item.status == 3 ? 0 : -1) << item.answer;
+    EXPECT_EQ(session.Data().status, item.status) << item.answer;
+    EXPECT_TRUE(was_logged(item.log)) << logged;
+  }
+
+  Session session(Answers{{"REIN", "421 x\r\n"},
+                          {"PWD", "257 \"" + std::string(150, 'd') + "\" is it\r\n"},
+                          {"MKD", "500 What\r\n"},
+                          {"CWD", "550 Gone\r\n"}});
+  EXPECT_EQ(session.client.FtpPwd(), -1); // not before the login
+  ASSERT_EQ(session.client.FtpStart(), 0);
+  EXPECT_EQ(session.client.FtpLogin(), -1);
+  EXPECT_TRUE(was_logged("2:FtpLogin:725 Service unavailable\n"));
+  EXPECT_EQ(session.client.FtpPwd(), 0);
+  EXPECT_TRUE(was_logged("0:response to PWD: " + std::string(128, 'd') + "\n"));
+  EXPECT_EQ(session.client.FtpMkd(0), -1);
+  EXPECT_TRUE(was_logged("0:Server doesn't understand \"MKD 500 What\"\n"));
+  EXPECT_EQ(session.client.FtpCwd(0), -1);
+  EXPECT_TRUE(was_logged("2:Directory \"550 Gone\" does not exist\n"));
+  session.Answer("CWD", "250 ok\r\n");
+  EXPECT_EQ(session.client.FtpCwd(0), 0);
+  EXPECT_TRUE(was_logged("0:(CWD CWD /a/b\r\n) sucess\n"));
+  session.Commands();
+  std::string endless(1100, 'x');
+  char second[] = "x\r\nDELE y";
+  EXPECT_EQ(session.client.FtpMkd(endless.data()), -1);
+  EXPECT_EQ(session.client.FtpCwd(second), -1);
+  EXPECT_EQ(session.Commands(), ""); // refused, not cut
+}
+
+TEST(FtpClient, AnswersEveryPasvReplyAndNeverTouchesANumberItGaveUp)
+{
+  const struct
+  {
+    const char* answer;
+    int result;
+    const char* log;
+  } cases[] = {{"226 Done\r\n227 ok (1,2,3,4,P)", 0, ""},
+               {"226 Done\r\n500 x", 0, "2:Unknown response to PASV: 500\n"},
+               {"421 x", -2, "2:Service unavailable\n"},
+               {"425 x", -2, "2:can not open data oprt/host close data port 127.0.0.1\n"},
+               {"502 x", 0, "2:Server doesn't understand PASV\n"},
+               {"530 x", 0, "2:Not logged in\n"},
+               {"227 none", -1, ""},
+               {"227 )1,2,3,4,5,6(", -1, ""},
+               {"227 (1,2,3,4,5)", -1, ""},
+               {"227 (1,2,3,4,-1,-1)", -1, "1240 Connection refused to 127.0.0.1 and port = 65279\n"},
+               {"227 (99999999999,0x7fffffff,-2147483648,4,99999999999999999999,99999999999)", -1, ""}};
+  for (const auto& item : cases)
+  {
+    Session session(Answers{{"listing", "stall"}});
+    ASSERT_EQ(session.client.FtpStart(), 0);
+    ASSERT_EQ(session.client.FtpOpenDataPasv(), 0);
+    EXPECT_EQ(session.Data().status, 5);
+    const int old = session.Data().data_fd;
+    session.Answer("PASV", std::string(item.answer) + "\r\n");
+    EXPECT_EQ(session.client.FtpOpenDataPasv(), item.result) << item.answer;
+    EXPECT_TRUE(was_logged(item.log)) << logged;
+    if (fcntl(old, F_GETFD) < 0)
+    {
+      // Somebody else gets the closed number. A server that starts the transfer all the same harms nobody.
+      const int stranger = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, old);
+      ASSERT_EQ(stranger, old);
+      session.client.FtpGetListFile();
+      session.client.FtpCreateDateSockFd(0, 0);
+      EXPECT_EQ(session.client.FtpWriteDate(session.Data().data_fd, "x", 1, 1), -1);
+      session.client.FtpClose();
+      EXPECT_EQ(close(stranger), 0);
+    }
+  }
+
+  Session session(Answers{{"PASV", "500 x\r\n"}});
+  ASSERT_EQ(session.client.FtpStart(), 0);
+  EXPECT_EQ(session.client.FtpGetServerDirFile(), -1); // LIST was sent, descriptor 0 not waited for
+  EXPECT_EQ(session.Data().data_fd, 0);
+  EXPECT_NE(session.Commands().find("LIST /a/b/f.bin|"), std::string::npos);
+  char numbers[] = "010,0x10,3,-4,2,1";
+  char address[48];
+  EXPECT_EQ(session.client.FtpParsePasv(numbers, address), 513);
+  EXPECT_STREQ(address, "8.16.3.-4");
+}
+
+TEST(FtpClient, ReadsTheListingOfOneFile)
+{
+  const std::string unixLine = "-rw-r--r-- 1 ftp ftp 1048576 Mar 3 10:00 ";
+  const struct
+  {
+    std::string list;
+    std::string text;
+    int result, count, size;
+    std::string name;
+    int nameLen;
+  } cases[] = {
+      {"150 x", unixLine + "a.bin\r\n", 0, 1, 1048576, "a.bin", 5},
+      {"125 x", "03-03-21 10:00AM 1048576 two words\r\n", 0, 1, 1048576, "two", 3},
+      {"150 x", unixLine + "a.bin", 0, 0, 0, "", 0},
+      {"150 x", unixLine + "a\r\n" + unixLine + "b\r\n", 0, 7, 1048576, "a", 1},
+      {"150 x", unixLine + std::string(126, 'n') + "\r\n", 0, 1, 1048576, std::string(126, 'n'), 126},
+      {"150 x", unixLine + std::string(127, 'n') + "\r\n", 0, 1, 1048576, "", 127},
+      {"150 x", unixLine + std::string(300, 'n') + "\r\n", 0, 0, 0, "", 0},
+      {"150 x", "%s%n 03-03 99999999999 big\r\n", 0, 1, INT32_MAX, "big", 3},
+      {"150 x", "drwx\r\n", 0, 1, 0, "", 0},
+      {"150 x", "", 0, 0, 0, "", 0},
+      {"150 x", "stall", 0, 0, 0, "", 0},
+      {"550 x", "", 0, 7, 0, "", 0},
+      {"425 x", "", -1, 7, 0, "", 0}};
+  for (const auto& item : cases)
+  {
+    Session session(Answers{{"LIST", item.list + "\r\n"}, {"listing", item.text}}, "a", "s");
+    ASSERT_EQ(session.client.FtpStart(), 0);
+    session.Data().list_count = 7;
+    session.Data().list_entries[0].size = 1;
+    const auto& entry = session.Data().list_entries[0];
+    EXPECT_EQ(session.client.FtpGetServerDirFile(), item.result) << item.text;
+    EXPECT_EQ(session.Data().list_count, item.count) << item.text;
+    EXPECT_EQ(entry.size, item.size) << item.text;
+    EXPECT_EQ(entry.name, item.name);
+    EXPECT_EQ(entry.name_len, item.nameLen);
+    EXPECT_EQ(was_logged("2:****** ftp datafd ack over time\n"), item.text == "stall");
+    EXPECT_NE(session.Commands().find("TYPE I|PASV|LIST /a/s/f.bin|"), std::string::npos);
+  }
+}
+
+TEST(FtpClient, StartsTransfersFreshAndResumed)
+{
+  const struct
+  {
+    int download, resume;
+    const char* verb;
+    const char* answer;
+    int result;
+    const char* commands;
+    const char* log;
+  } cases[] = {{0, 0, "", "", 0, "PASV|STOR f.bin|", ""},
+               {1, 2, "", "", 0, "PASV|RETR f.bin|", ""},
+               {0, 1, "", "", 0, "PASV|APPE f.bin|", ""},
+               {1, 1, "", "", 0, "PASV|REST 0|RETR f.bin|", ""},
+               {1, 1, "REST", "501 no", -1, "PASV|REST 0|", "2:501 no: Unrecognised error 501\n"},
+               {0, 1, "PASV", "227 x", -1, "PASV|", ""},
+               {1, 0, "RETR", "500 x", -1, "PASV|RETR f.bin|", "2:Server doesn't understand STOR command\n"},
+               {0, 0, "STOR", "553 x", -1, "PASV|STOR f.bin|", "2:Permission denied to upload \"f.bin\"\n"},
+               {0, 0, "STOR", "226 x", -1, "PASV|STOR f.bin|", "2:STOR Unrecognised error 226\n"},
+               {0, 0, "STOR", "", -1, "PASV|STOR f.bin|", "2:STOR Unrecognised error 0\n"}};
+  for (const auto& item : cases)
+  {
+    Session session(Answers{{"listing", "stall"}}, "", "", item.download);
+    ASSERT_EQ(session.client.FtpStart(), 0);
+    if (*item.verb != '\0')
+    {
+      session.Answer(item.verb, *item.answer == '\0' ? "" : std::string(item.answer) + "\r\n");
+    }
+    session.Commands();
+    EXPECT_EQ(session.client.FtpCreateDateSockFd(item.resume, 0), item.result) << item.commands;
+    EXPECT_EQ(session.Commands(), item.commands);
+    EXPECT_TRUE(was_logged(item.log)) << logged;
+  }
+}
+
+TEST(FtpClient, EndsWritesAndReadsInTimeWhateverThePeerAndSignalsDo)
+{
+  const std::vector<char> block(8 << 20);
+  CFtpClient client;
+  client.Init(log_text);
+  int pipes[2];
+  ASSERT_EQ(pipe2(pipes, O_CLOEXEC), 0);
+  SocketPair stalled;
+  for (const int fd : {stalled.ends[0], pipes[1]})
+  {
+    const SignalStorm storm;
+    logged.clear();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(client.FtpWriteDate(fd, block.data(), static_cast<unsigned int>(block.size()), 1), -1);
+    EXPECT_EQ(client.FtpReadDate(stalled.ends[0], logged.data(), 1, 0), -1);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took.count(), 0.99);
+    EXPECT_LT(took.count(), 2);
+    EXPECT_TRUE(was_logged("1:select is interupted"));
+    EXPECT_TRUE(was_logged("1:write error or timeout"));
+  }
+  close(pipes[0]);
+  close(stalled.ends[1]);
+  EXPECT_EQ(client.FtpWriteDate(pipes[1], "x", 1, 1), -1);
+  EXPECT_EQ(client.FtpWriteDate(stalled.ends[0], "x", 1, 1), -1);
+  SocketPair ended;
+  close(ended.ends[1]);
+  char byte;
+  EXPECT_EQ(client.FtpReadDate(ended.ends[0], &byte, 1, 1), 0);
+  EXPECT_EQ(client.FtpCloseSockFd(ended.ends[0]), 0);
+  EXPECT_EQ(client.FtpReadDate(0, &byte, 1, 1), -1);
+  EXPECT_EQ(client.FtpCloseSockFd(pipes[1]), 0);
+  EXPECT_EQ(client.FtpWriteDate(pipes[1], "x", 1, 1), -1);
+  close(stalled.ends[0]);
+}
+
+} // namespace
