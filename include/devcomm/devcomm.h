@@ -16,6 +16,7 @@
 #include <devcomm/gps.h>
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>
+#include <devcomm/net_interface.h>
 #include <devcomm/nmea.h>
 #include <devcomm/round_buffer.h>
 #include <devcomm/serial_port.h>
