@@ -14,6 +14,7 @@
 #include <devcomm/frame_info.h>
 #include <devcomm/ftp_client.h>
 #include <devcomm/gps.h>
+#include <devcomm/http_download.h>
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>
 #include <devcomm/net_interface.h>

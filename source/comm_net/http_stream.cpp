@@ -1,0 +1,114 @@
+#include "comm_net/http_stream.h"
+
+#include <cerrno>
+#include <cstring>
+#include <strings.h>
+
+namespace
+{
+
+int64_t monotonic_ms()
+{
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+ReadEnd why_short(FILE* in, const Patience& patience)
+{
+  const bool failed = ferror(in) != 0;
+  const int error = errno;
+  clearerr(in);
+  errno = error;
+  if (!failed)
+  {
+    return ReadEnd::Closed;
+  }
+  if (error == EINTR)
+  {
+    return patience.IsOver() ? ReadEnd::Silent : ReadEnd::Signal;
+  }
+  return error == EAGAIN || error == EWOULDBLOCK ? ReadEnd::Silent : ReadEnd::Error;
+}
+
+} // namespace
+
+Patience::Patience() : m_endMs(monotonic_ms() + kHttpPatienceSec * 1000) {}
+
+bool Patience::IsOver() const
+{
+  return monotonic_ms() >= m_endMs;
+}
+
+ReadEnd read_block(FILE* in, char* block, size_t size, const Patience& patience, size_t* got)
+{
+  errno = 0;
+  *got = fread(block, 1, size, in);
+  return *got == size ? ReadEnd::Full : why_short(in, patience);
+}
+
+ReadEnd read_whole(FILE* in, char* block, size_t size)
+{
+  Patience patience;
+  size_t done = 0;
+  for (;;)
+  {
+    size_t got = 0;
+    const ReadEnd end = read_block(in, block + done, size - done, patience, &got);
+    if (end != ReadEnd::Signal)
+    {
+      return end;
+    }
+    done += got;
+    if (got > 0)
+    {
+      patience = Patience();
+    }
+  }
+}
+
+size_t read_line(http_t* h)
+{
+  // Not fgets: interrupted by a signal, it loses the part of the line that it has read.
+  size_t len = 0;
+  int c = 0;
+  while (len + 1 < sizeof h->buf && c != '\n')
+  {
+    Patience patience;
+    ReadEnd end = ReadEnd::Full;
+    while ((c = getc_unlocked(h->in)) == EOF && (end = why_short(h->in, patience)) == ReadEnd::Signal)
+    {
+    }
+    if (c != EOF)
+    {
+      h->buf[len++] = static_cast<char>(c);
+      continue;
+    }
+    len = end == ReadEnd::Closed ? len : 0;
+    break;
+  }
+  h->buf[len] = '\0';
+  return len;
+}
+
+bool is_cut(const http_t* h, size_t len)
+{
+  return len > 0 && h->buf[len - 1] != '\n';
+}
+
+const char* find_any_case(const char* text, const char* word)
+{
+  if (text == nullptr || word == nullptr || *word == '\0')
+  {
+    return nullptr;
+  }
+  const size_t len = strlen(word);
+  for (; *text != '\0'; ++text)
+  {
+    if (strncasecmp(text, word, len) == 0)
+    {
+      return text;
+    }
+  }
+  return nullptr;
+}
