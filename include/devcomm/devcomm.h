@@ -15,6 +15,7 @@
 #include <devcomm/ftp_client.h>
 #include <devcomm/gps.h>
 #include <devcomm/http_download.h>
+#include <devcomm/icmp.h>
 #include <devcomm/line_buffer.h>
 #include <devcomm/lock.h>
 #include <devcomm/net_interface.h>

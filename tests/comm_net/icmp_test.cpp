@@ -1,0 +1,363 @@
+#include <devcomm/icmp.h>
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <netpacket/packet.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+using Packets = std::vector<std::string>;
+
+double seconds_of(const std::function<void()>& work)
+{
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+bool run(const std::string& command)
+{
+  return system((command + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+/// Network namespaces of this thread's own, left at the end. In the one it starts in, 10.9.0.1 sees a host
+/// at the end "vb" of a veth pair.
+class Network
+{
+public:
+  ~Network()
+  {
+    for (int ns : {m_far, m_home})
+    {
+      if (ns >= 0)
+      {
+        EXPECT_EQ(setns(m_home, CLONE_NEWNET), 0);
+        close(ns);
+      }
+    }
+  }
+  /// @param far  the host is a namespace with 10.9.0.2; else just the other end of the pair
+  /// @return why there is none, or ""
+  std::string Make(bool far)
+  {
+    if (!run("ip link show"))
+    {
+      return "needs ip of iproute2";
+    }
+    m_home = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    if (m_home < 0 || unshare(CLONE_NEWNET) != 0)
+    {
+      return std::string("needs the right to make a network namespace: ") + strerror(errno);
+    }
+    std::string netns;
+    if (far)
+    {
+      m_far = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+      netns = " netns /proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_far);
+      EXPECT_EQ(unshare(CLONE_NEWNET), 0);
+    }
+    const std::string commands = "ip link set lo up && ip link add name va type veth peer name vb && "
+                                 "ip link set dev vb address 02:00:00:00:00:02 && "
+                                 "ip addr add 10.9.0.1/24 dev va && ip link set dev va up && "
+                                 "ip neigh add 10.9.0.2 lladdr 02:00:00:00:00:02 dev va && "
+                                 "ip link set dev vb up";
+    if (!run(commands + netns))
+    {
+      return "needs veth pairs";
+    }
+    return far && !RunFar("ip addr add 10.9.0.2/24 dev vb && ip link set dev vb up") ? "needs a far host"
+                                                                                     : "";
+  }
+  bool RunFar(const std::string& command)
+  {
+    const int here = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    const bool done = setns(m_far, CLONE_NEWNET) == 0 && run(command);
+    EXPECT_EQ(setns(here, CLONE_NEWNET), 0);
+    close(here);
+    return done;
+  }
+
+private:
+  int m_home = -1;
+  int m_far = -1;
+};
+
+/// The host at "vb", by a script: what comes back for each request, as whole IP packets.
+class ScriptedHost
+{
+public:
+  using Script = std::function<Packets(int number, const std::string& answer)>;
+
+  explicit ScriptedHost(Script script) : m_script(std::move(script))
+  {
+    sockaddr_ll end{};
+    end.sll_family = AF_PACKET;
+    end.sll_protocol = htons(0x0800);
+    end.sll_ifindex = static_cast<int>(if_nametoindex("vb"));
+    EXPECT_EQ(bind(m_sock, reinterpret_cast<sockaddr*>(&end), sizeof end), 0);
+    m_thread = std::thread([this] { Serve(); });
+  }
+  ~ScriptedHost()
+  {
+    m_ended = true;
+    m_thread.join();
+    close(m_sock);
+  }
+  std::atomic<int> requests{0};
+
+private:
+  static constexpr size_t kEther = 14;
+
+  void Serve()
+  {
+    pollfd waiting{m_sock, POLLIN, 0};
+    char frame[2048];
+    while (!m_ended)
+    {
+      const ssize_t got = poll(&waiting, 1, 5) > 0 ? recv(m_sock, frame, sizeof frame, 0) : 0;
+      if (got < 98 || frame[kEther + 20] != 8)
+      {
+        continue;
+      }
+      const std::string ether =
+          std::string(frame + 6, 6) + std::string(frame, 6) + std::string(frame + 12, 2);
+      std::string answer(frame + kEther, static_cast<size_t>(got) - kEther);
+      std::swap_ranges(&answer[12], &answer[16], &answer[16]);
+      answer[20] = 0;
+      for (std::string packet : m_script(requests++, answer))
+      {
+        packet[2] = 0;
+        packet[3] = static_cast<char>(packet.size());
+        packet[10] = packet[11] = 0;
+        alignas(2) char head[20];
+        memcpy(head, packet.data(), sizeof head);
+        const unsigned short sum = calculate_checksum(reinterpret_cast<unsigned short*>(head), sizeof head);
+        memcpy(&packet[10], &sum, sizeof sum);
+        packet.insert(0, ether);
+        EXPECT_GT(send(m_sock, packet.data(), packet.size(), 0), 0);
+      }
+    }
+  }
+
+  Script m_script;
+  int m_sock = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(0x0800));
+  std::atomic<bool> m_ended{false};
+  std::thread m_thread;
+};
+
+std::string with(std::string packet, size_t offset, int change)
+{
+  packet[offset] = static_cast<char>(packet[offset] ^ change);
+  return packet;
+}
+
+/// A reply to this process with an IP header of the given words.
+std::string reply(size_t headWords, size_t icmpBytes)
+{
+  char request[64];
+  crate_icmp_packet(request, 7);
+  request[0] = 0;
+  std::string packet =
+      std::string(1, static_cast<char>(0x40 + headWords)) + std::string(headWords * 4 - 1, 'h');
+  return packet + std::string(request, icmpBytes);
+}
+
+/// Unpacks from memory that ends with the packet.
+int unpack_exact(const std::string& packet, timeval* now, double* rttMs, unsigned int* out)
+{
+  std::vector<char> exact(packet.begin(), packet.end());
+  return unpack(nullptr, exact.data(), static_cast<int>(exact.size()), now, rttMs, out);
+}
+
+constexpr size_t kIdentifier = 24;
+constexpr size_t kSequence = 26;
+
+} // namespace
+
+TEST(Icmp, PacketsHaveTheirLayoutAndGarbageIsRefused)
+{
+  CICMP icmp;
+  alignas(8) char request[65] = {};
+  request[64] = 'E';
+  timeval before{};
+  gettimeofday(&before, nullptr);
+  EXPECT_EQ(icmp.pack(0x10203, request), 64);
+  const auto* words = reinterpret_cast<unsigned short*>(request);
+  const auto* stamp = reinterpret_cast<int32_t*>(request + 8);
+  EXPECT_EQ(words[0], 8); // type and code
+  EXPECT_EQ(words[2], getpid() & 0xFFFF);
+  EXPECT_EQ(words[3], 0x0203);
+  EXPECT_GE(stamp[0], static_cast<int32_t>(before.tv_sec));
+  EXPECT_LE(stamp[0], static_cast<int32_t>(before.tv_sec) + 5);
+  EXPECT_LT(stamp[1], 1000000);
+  EXPECT_EQ(std::string(request + 16, 49), std::string(48, '\0') + 'E');
+  EXPECT_EQ(icmp.cal_chksum(reinterpret_cast<unsigned short*>(request), 64), 0);
+  unsigned short odd[] = {0xFFFF, 0x0203, 0x7F05};
+  EXPECT_EQ(calculate_checksum(odd, 5), static_cast<unsigned short>(~0x0208));
+  EXPECT_EQ(icmp.pack(0, nullptr), -1);
+
+  std::string packet = reply(5, 64);
+  const int32_t early[] = {static_cast<int32_t>(before.tv_sec) - 2, static_cast<int32_t>(before.tv_usec)};
+  memcpy(&packet[28], early, sizeof early);
+  before.tv_usec += before.tv_usec < 500 ? 999999 : -500; // 2.999999 or 1.9995 seconds
+  double rttMs = -1;
+  unsigned int sender = 0;
+  EXPECT_EQ(unpack_exact(packet, &before, &rttMs, &sender), 0);
+  EXPECT_EQ(static_cast<int>(rttMs) % 1000, 999);
+  EXPECT_EQ(sender, 0x68686868U);
+  EXPECT_EQ(icmp.unpack(7, &packet[0], static_cast<int>(packet.size())), 0);
+  EXPECT_EQ(icmp.unpack(8, &packet[0], static_cast<int>(packet.size())), -1);
+
+  EXPECT_EQ(unpack_exact(reply(15, 8), &before, &rttMs, &sender), 0); // too short for a time
+  EXPECT_EQ(rttMs, 0);
+  testing::internal::CaptureStdout();
+  for (const std::string& bad : {reply(5, 7), reply(15, 0), std::string(1, 'O'), with(reply(5, 64), 20, 8),
+                                 with(reply(5, 64), kIdentifier, 1), with(reply(5, 8), 0, 0x0A)})
+  {
+    EXPECT_EQ(unpack_exact(bad, &before, &rttMs, &sender), -1);
+    EXPECT_EQ(icmp.unpack(7, const_cast<char*>(bad.data()), static_cast<int>(bad.size())), -1);
+  }
+  EXPECT_EQ(unpack(nullptr, nullptr, 100, nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout().rfind("recvfrom packet_size < 8!\n", 0), 0U);
+
+  timeval late{5, 100};
+  timeval early2{3, 200};
+  icmp.tv_sub(&late, &early2);
+  EXPECT_EQ(late.tv_sec, 1);
+  EXPECT_EQ(late.tv_usec, 999900);
+  icmp._CloseSocket(); // there is none: descriptor 0 stays
+  EXPECT_GE(fcntl(0, F_GETFD), 0);
+}
+
+TEST(Icmp, TellsWhyItCannotAsk)
+{
+  CICMP icmp;
+  const std::string nowhere(64, 'n'); // too long for a name, so nobody is asked
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(icmp.NetIsOk(nowhere.c_str()), 0);
+  EXPECT_EQ(Ping(nowhere.c_str(), 1), -1);
+  EXPECT_EQ(icmp.NetIsOk(nullptr), 0);
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(said.rfind("gethostbyname error: ", 0), 0U);
+  EXPECT_NE(said.find("\ngethostbyname error.\n"), std::string::npos);
+
+  const uid_t user = geteuid();
+  if (user == 0 && seteuid(65534) != 0)
+  {
+    GTEST_SKIP() << "cannot give up the right to raw sockets";
+  }
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(icmp.NetIsOk("127.0.0.1"), 0);
+  EXPECT_EQ(Ping("127.0.0.1", 0), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "[NetStatus]  error : socket\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "IPPROTO_ICMP socket:: Operation not permitted\n");
+  EXPECT_EQ(seteuid(user), 0);
+}
+
+TEST(Icmp, HostsAnswerWhileTheyAreUp)
+{
+  Network network;
+  const std::string missing = network.Make(true);
+  if (!missing.empty())
+  {
+    GTEST_SKIP() << missing;
+  }
+  CICMP icmp;
+  for (const char* up : {"127.0.0.1", "10.9.0.1", "10.9.0.2"})
+  {
+    SCOPED_TRACE(up);
+    EXPECT_EQ(icmp.NetIsOk(up), 1);
+    EXPECT_EQ(Ping(up, 3), 3);
+  }
+  EXPECT_TRUE(network.RunFar("ip addr flush dev vb"));
+  const double waited = seconds_of([] { EXPECT_EQ(Ping("10.9.0.2", 1), 0); });
+  EXPECT_GE(waited, 1.2);
+  EXPECT_LT(waited, 1.6);
+
+  EXPECT_TRUE(run("ip link set dev va down"));
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(icmp.NetIsOk("10.9.0.2"), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "[NetStatus]  error : sendto error\n[NetStatus]  error : send_packet\n");
+  EXPECT_EQ(Ping("10.9.0.2", 1), -1);
+  EXPECT_EQ(Ping("10.9.0.2", 0), 0);
+}
+
+TEST(Icmp, OnlyTheRightReplyCountsAndAnyOtherPacketEndsTheAttempt)
+{
+  Network network;
+  const std::string missing = network.Make(false);
+  if (!missing.empty())
+  {
+    GTEST_SKIP() << missing;
+  }
+  const auto ask = [](const ScriptedHost::Script& script, int* answered)
+  {
+    ScriptedHost host(script);
+    CICMP icmp;
+    const double waited = seconds_of([&] { *answered = icmp.NetIsOk("10.9.0.2"); });
+    EXPECT_LE(host.requests, 2);
+    return waited;
+  };
+  int answered = -1;
+  EXPECT_LT(ask([](int n, const std::string& right) { return Packets{with(right, kIdentifier, n == 0)}; },
+                &answered),
+            1);
+  EXPECT_EQ(answered, 1);
+  // The right reply behind another packet comes too late for its attempt.
+  EXPECT_LT(ask(
+                [](int, const std::string& right) {
+                  return Packets{with(right, kSequence, 2), right};
+                },
+                &answered),
+            1);
+  EXPECT_EQ(answered, 0);
+  const double waited =
+      ask([](int n, const std::string& right) { return n == 0 ? Packets{} : Packets{right}; }, &answered);
+  EXPECT_GE(waited, 2);
+  EXPECT_LT(waited, 2.4);
+  EXPECT_EQ(answered, 1);
+
+  const auto count = [](int requests, int* sent, const ScriptedHost::Script& script)
+  {
+    ScriptedHost host(script);
+    const int got = Ping("10.9.0.2", requests);
+    *sent = host.requests;
+    return got;
+  };
+  int sent = -1;
+  const auto loyal = [](int, const std::string& right)
+  {
+    return Packets{with(right, kSequence, 64)};
+  };
+  EXPECT_EQ(count(50, &sent, loyal), 10); // whatever the request number
+  EXPECT_EQ(sent, 10);
+  EXPECT_EQ(count(0, &sent, loyal), 0);
+  EXPECT_EQ(sent, 0);
+  EXPECT_EQ(
+      count(4, &sent,
+            [](int n, const std::string& right) {
+              return Packets{n == 0 ? with(right, kIdentifier, 1) : n == 1 ? with(right, 20, 3) : right};
+            }),
+      2);
+  EXPECT_EQ(sent, 4);
+}
