@@ -6,6 +6,7 @@
 #include <devcomm/audio_level.h>
 #include <devcomm/block_pool.h>
 #include <devcomm/byte_buffer.h>
+#include <devcomm/cache_file.h>
 #include <devcomm/codec.h>
 #include <devcomm/coordinates.h>
 #include <devcomm/digest.h>
