@@ -10,6 +10,7 @@
 #include <devcomm/codec.h>
 #include <devcomm/coordinates.h>
 #include <devcomm/digest.h>
+#include <devcomm/disk_command.h>
 #include <devcomm/file.h>
 #include <devcomm/frame_buffer.h>
 #include <devcomm/frame_info.h>
