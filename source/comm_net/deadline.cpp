@@ -10,23 +10,24 @@
 namespace
 {
 
-constexpr int64_t kMsPerSecond = 1000;
+constexpr int64_t kNsPerSecond = 1000000000;
 constexpr int64_t kNsPerMs = 1000000;
 
-int64_t monotonic_ms(int64_t roundUpNs)
+int64_t monotonic_ns()
 {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * kMsPerSecond + (now.tv_nsec + roundUpNs) / kNsPerMs;
+  return now.tv_sec * kNsPerSecond + now.tv_nsec;
 }
 
 } // namespace
 
-Deadline::Deadline(int seconds) : m_atMs(monotonic_ms(kNsPerMs - 1) + seconds * kMsPerSecond) {}
+Deadline::Deadline(int seconds) : m_atNs(monotonic_ns() + seconds * kNsPerSecond) {}
 
 int Deadline::LeftMs() const
 {
-  return static_cast<int>(std::clamp<int64_t>(m_atMs - monotonic_ms(0), 0, INT_MAX));
+  const int64_t leftNs = m_atNs - monotonic_ns();
+  return static_cast<int>(std::clamp<int64_t>((leftNs + kNsPerMs - 1) / kNsPerMs, 0, INT_MAX));
 }
 
 int wait_until(int fd, short events, const Deadline& deadline)

@@ -12,7 +12,7 @@ public:
   int LeftMs() const;
 
 private:
-  int64_t m_atMs;
+  int64_t m_atNs;
 };
 
 /// Waits for events of poll() on one descriptor; errors and hang-ups count as any event.
