@@ -1,0 +1,175 @@
+// The FTP client against real servers: a clip goes up and down in pieces, cut at random places, and arrives whole.
+
+#include <devcomm/digest.h>
+#include <devcomm/ftp_client.h>
+
+#include "support/ftp_servers.h"
+#include "support/server_process.h"
+#include "support/tcp_peer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <random>
+
+namespace
+{
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
+constexpr size_t kClipSize = 5000000;
+#else
+constexpr size_t kClipSize = 50000000;
+#endif
+constexpr int kCuts = 20;
+
+int log_nothing(unsigned int /*level*/, const char* /*format*/, ...) // NOLINT(cert-dcl50-cpp)
+{
+  return 0;
+}
+
+std::string digest_of(const std::string& bytes)
+{
+  std::string digest(32, '\0');
+  sha256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
+         reinterpret_cast<unsigned char*>(digest.data()));
+  return digest;
+}
+
+std::string random_bytes(size_t count, std::mt19937_64& random)
+{
+  std::string bytes(count, '\0');
+  for (size_t i = 0; i + sizeof(uint64_t) <= count; i += sizeof(uint64_t))
+  {
+    const uint64_t word = random();
+    memcpy(&bytes[i], &word, sizeof word);
+  }
+  return bytes;
+}
+
+class FtpPeers : public testing::TestWithParam<FtpServerSetup (*)(const std::string&, int)>
+{
+protected:
+  void SetUp() override
+  {
+    char name[] = "/tmp/devcomm_ftp_XXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    scratch = name;
+    chmod(name, 0755);
+    std::filesystem::create_directories(scratch + "/pub/clips");
+    chmod((scratch + "/pub/clips").c_str(), 0777);
+    setup = GetParam()(scratch, port);
+    if (!setup.missing.empty())
+    {
+      GTEST_SKIP() << setup.missing;
+    }
+    server = std::make_unique<ServerProcess>(setup.arguments);
+    ASSERT_TRUE(server->Listens(port));
+  }
+
+  void TearDown() override
+  {
+    server.reset();
+    std::filesystem::remove_all(scratch);
+  }
+
+  /// Starts a session that has learnt the remote file's size.
+  void Start(CFtpClient& client, int download)
+  {
+    UserDefServerSet_t settings{};
+    settings.server_port = static_cast<uint16_t>(port);
+    strcpy(settings.server_addr, "localhost");
+    strcpy(settings.username, setup.username);
+    strcpy(settings.password, setup.password);
+    strcpy(settings.remotedir, "clips/2026");
+    client.Init(log_nothing);
+    client.FtpSetServerInfo(download, &settings);
+    client.FtpSetLocalInfo("", "clip.bin");
+    ASSERT_EQ(client.FtpStart(), 0);
+    ASSERT_EQ(client.FtpGetServerDirFile(), 0);
+  }
+
+  /// Cuts the session off, and waits until the server has done with what it received.
+  void Cut(CFtpClient& client) const
+  {
+    client.FtpCloseFd();
+    EXPECT_TRUE(eventually([this] { return !server->Busy(); }));
+  }
+
+  static int EndOfTransfer(CFtpClient& client)
+  {
+    char line[201];
+    client.FtpCloseSockFd(client.FtpGetClientData()->data_fd);
+    return client.FtpGetRc(line, sizeof line);
+  }
+
+  std::string scratch;
+  int port = free_port();
+  FtpServerSetup setup;
+  std::unique_ptr<ServerProcess> server;
+};
+
+TEST_P(FtpPeers, AClipCutAtRandomPlacesArrivesWhole)
+{
+  std::mt19937_64 random(6);
+  const std::string clip = random_bytes(kClipSize, random);
+  std::vector<size_t> ends(kCuts);
+  std::generate(ends.begin(), ends.end(), [&random] { return random() % kClipSize; });
+  std::sort(ends.begin(), ends.end());
+  ends.push_back(kClipSize);
+
+  size_t sent = 0;
+  for (const size_t end : ends)
+  {
+    CFtpClient client;
+    ASSERT_NO_FATAL_FAILURE(Start(client, 0));
+    const ftp_sdk_data_t& data = *client.FtpGetClientData();
+    ASSERT_LE(static_cast<size_t>(data.list_entries[0].size), sent);
+    sent = static_cast<size_t>(data.list_entries[0].size); // a server may lose what was on the way at a cut
+    ASSERT_EQ(client.FtpCreateDateSockFd(sent > 0 ? 1 : 0, 0), 0);
+    const auto part = static_cast<unsigned int>(end - sent);
+    ASSERT_EQ(client.FtpWriteDate(data.data_fd, clip.data() + sent, part, 5), static_cast<int>(part));
+    sent = end;
+    if (end == kClipSize)
+    {
+      EXPECT_EQ(EndOfTransfer(client), 226);
+    }
+    Cut(client);
+  }
+  std::ifstream file(scratch + "/pub/clips/2026/clip.bin", std::ios::binary);
+  EXPECT_EQ(digest_of({std::istreambuf_iterator<char>(file), {}}), digest_of(clip));
+
+  std::string received;
+  for (const size_t end : ends)
+  {
+    CFtpClient client;
+    ASSERT_NO_FATAL_FAILURE(Start(client, 1));
+    const ftp_sdk_data_t& data = *client.FtpGetClientData();
+    EXPECT_EQ(static_cast<size_t>(data.list_entries[0].size), kClipSize);
+    ASSERT_EQ(client.FtpCreateDateSockFd(received.empty() ? 0 : 1, static_cast<int>(received.size())), 0);
+    char block[65536];
+    int got = 1;
+    while (got > 0 && received.size() < end)
+    {
+      got = client.FtpReadDate(data.data_fd, block,
+                               static_cast<unsigned int>(std::min(sizeof block, end - received.size())), 5);
+      received.append(block, static_cast<size_t>(std::max(got, 0)));
+    }
+    if (end == kClipSize)
+    {
+      EXPECT_EQ(client.FtpReadDate(data.data_fd, block, 1, 5), 0);
+      EXPECT_EQ(EndOfTransfer(client), 226);
+      EXPECT_EQ(client.FtpDisconnect(), 0);
+    }
+    client.FtpCloseFd();
+  }
+  EXPECT_EQ(digest_of(received), digest_of(clip));
+}
+
+std::string server_name(const testing::TestParamInfo<FtpServerSetup (*)(const std::string&, int)>& server)
+{
+  return server.param == set_up_vsftpd ? "Vsftpd" : "PureFtpd";
+}
+
+INSTANTIATE_TEST_SUITE_P(Real, FtpPeers, testing::Values(set_up_vsftpd, set_up_pure_ftpd), server_name);
+
+} // namespace
