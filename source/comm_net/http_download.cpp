@@ -1,5 +1,6 @@
 #include "devcomm/http_download.h"
 
+#include "comm_net/http_body.h"
 #include "comm_net/http_stream.h"
 
 #include <cerrno>
@@ -15,6 +16,7 @@ struct Download
 {
   http_t record;
   char inRoom[65536];
+  char outRoom[65536];
 };
 
 enum class Outcome
@@ -37,6 +39,12 @@ http_t* new_download(const char* save_path)
   return &download->record;
 }
 
+/// The room around a record from new_download.
+Download* room_of(http_t* h)
+{
+  return reinterpret_cast<Download*>(h);
+}
+
 bool open_stream(http_t* h)
 {
   h->in = fdopen(h->sock, "r");
@@ -45,8 +53,7 @@ bool open_stream(http_t* h)
     puts("fdopen error");
     return false;
   }
-  auto* download = reinterpret_cast<Download*>(h);
-  setvbuf(h->in, download->inRoom, _IOFBF, sizeof download->inRoom);
+  setvbuf(h->in, room_of(h)->inRoom, _IOFBF, sizeof Download::inRoom);
   return true;
 }
 
@@ -67,7 +74,7 @@ Outcome store_body(http_t* h)
 {
   puts("recv data now");
   h->start_time = time(nullptr);
-  if (recv_response(h) != 0 || !close_file(h))
+  if (HttpBody(h, room_of(h)->outRoom, sizeof Download::outRoom).Receive() != 0 || !close_file(h))
   {
     return Outcome::Failed;
   }

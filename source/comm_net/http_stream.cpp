@@ -1,6 +1,7 @@
 #include "comm_net/http_stream.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <strings.h>
 
@@ -111,4 +112,11 @@ const char* find_any_case(const char* text, const char* word)
     }
   }
   return nullptr;
+}
+
+bool number_at(const char* text, int base, long long* number)
+{
+  char* end = nullptr;
+  *number = strtoll(text, &end, base);
+  return end != text;
 }

@@ -5,6 +5,9 @@
 /// Seconds that connecting, sending or a wait for data may take.
 constexpr int kHttpPatienceSec = 10;
 
+/// Bytes a head, or the line before a chunk, may have; no server means well that sends more.
+constexpr size_t kMostHead = 1 << 20;
+
 /// How a read ended.
 enum class ReadEnd
 {
@@ -44,3 +47,11 @@ bool is_cut(const http_t* h, size_t len);
 
 /// strncasestr for texts that stay as they are.
 const char* find_any_case(const char* text, const char* word);
+
+/// A number at the begin of a text, after blanks, cut to the range of long long. @return whether there is one
+bool number_at(const char* text, int base, long long* number);
+
+inline bool is_int(long long number)
+{
+  return number >= INT32_MIN && number <= INT32_MAX;
+}
