@@ -180,13 +180,13 @@ size_t WriteGetDataCallback(void* data, size_t size, size_t count, void* sink)
   auto* gathered = static_cast<http_text_t*>(sink);
   size_t bytes = 0;
   size_t room = 0;
-  if (gathered == nullptr || __builtin_mul_overflow(size, count, &bytes) || (data == nullptr && bytes > 0))
+  if (gathered == nullptr || (data == nullptr && size > 0 && count > 0))
   {
     return 0;
   }
-  char* grown = __builtin_add_overflow(gathered->length, bytes, &room) || room == SIZE_MAX
-                    ? nullptr
-                    : static_cast<char*>(realloc(gathered->text, room + 1));
+  const bool tooMuch = __builtin_mul_overflow(size, count, &bytes) ||
+                       __builtin_add_overflow(gathered->length, bytes, &room) || room == SIZE_MAX;
+  char* grown = tooMuch ? nullptr : static_cast<char*>(realloc(gathered->text, room + 1));
   if (grown == nullptr)
   {
     puts("not enough memory (realloc returned NULL)");

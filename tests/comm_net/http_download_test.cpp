@@ -404,8 +404,8 @@ TEST(HttpDownload, HelpersFindGatherAndCount)
   EXPECT_EQ(WriteGetDataCallback(text + 7, 5, 2, &reply), 10U);
   EXPECT_STREQ(reply.text, text);
   testing::internal::CaptureStdout();
-  EXPECT_EQ(WriteGetDataCallback(text, 1, SIZE_MAX / 2, &reply), 0U);
-  EXPECT_EQ(WriteGetDataCallback(text, SIZE_MAX, 2, &reply), 0U);
+  EXPECT_EQ(WriteGetDataCallback(text, 1, SIZE_MAX - 17, &reply), 0U);
+  EXPECT_EQ(WriteGetDataCallback(text, SIZE_MAX / 2 + 2, 2, &reply), 0U);
   EXPECT_TRUE(
       contains(testing::internal::GetCapturedStdout(), "not enough memory (realloc returned NULL)\n"));
   EXPECT_EQ(reply.length, 17U);
