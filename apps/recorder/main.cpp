@@ -1,16 +1,14 @@
-// The reference recorder: reads an H.264 byte stream and serves it live to any TCP viewer.
+// The reference recorder: reads an H.264 byte stream and serves it live to any TCP viewer; reads a GPS receiver,
+// serves the position, and tells of geofences entered and left.
 
-#include "media_input.h"
-#include "media_source.h"
+#include "clock.h"
 #include "options.h"
-#include "video_server.h"
-
-#include <devcomm/frame_buffer.h>
+#include "recorder.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 #include <unistd.h>
@@ -18,15 +16,12 @@
 namespace
 {
 
-constexpr int kBufferBytes = 8 * static_cast<int>(kMaxFrameBytes);
 constexpr int kDrainMs = 5000; // how long viewers may take to get the rest when the input has ended
 constexpr int kStatusMs = 1000;
 
 int64_t monotonic_ms()
 {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+  return monotonic_us() / 1000;
 }
 
 sigset_t stop_signals()
@@ -45,15 +40,15 @@ bool stop_requested(const sigset_t& signals, int64_t ms)
   return sigtimedwait(&signals, nullptr, &limit) > 0;
 }
 
-void print_status(const MediaSource& source, const VideoServer& server)
+void print_status(const Status& status)
 {
-  const uint64_t dropped = server.dropped() + source.dropped();
-  printf("frames %u, key frames %u, viewers %d, bytes %" PRIu64 ", dropped %" PRIu64 "\n", source.frames(),
-         source.key_frames(), server.viewers(), server.bytes(), dropped);
+  char line[512];
+  status.write(line, sizeof line);
+  puts(line);
 }
 
 // Prints a status line a second until a signal, the time limit, or the end of the input.
-void run(const MediaSource& source, const VideoServer& server, const sigset_t& signals, int seconds)
+void run(const Recorder& recorder, const sigset_t& signals, int seconds)
 {
   const int64_t start = monotonic_ms();
   const int64_t end = seconds > 0 ? start + int64_t{seconds} * 1000 : INT64_MAX;
@@ -63,12 +58,12 @@ void run(const MediaSource& source, const VideoServer& server, const sigset_t& s
   {
     if (now >= nextStatus)
     {
-      print_status(source, server);
+      print_status(recorder.status());
       nextStatus += kStatusMs * ((now - nextStatus) / kStatusMs + 1);
     }
-    if (source.ended() && drained == INT64_MAX)
+    if (recorder.ended() && drained == INT64_MAX)
       drained = now + kDrainMs;
-    if (source.ended() && (source.failed() || server.viewers() == 0))
+    if (recorder.ended() && (recorder.failed() || recorder.viewers() == 0))
       return;
     const int64_t wake = std::min({nextStatus, end, drained, now + kStatusMs / 10});
     if (stop_requested(signals, std::max<int64_t>(wake - now, 0)))
@@ -93,33 +88,16 @@ int main(int argc, char** argv)
   const sigset_t signals = stop_signals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   signal(SIGPIPE, SIG_IGN);
+  // Receivers speak UTC; the library's local times, in event lines and sentences, are to be the same.
+  setenv("TZ", "UTC0", 1);
 
-  MediaInput input;
-  if (!input.open(options.input))
+  Recorder recorder(options);
+  if (!recorder.start())
     return 1;
-  CCommBuffer frames(kBufferBytes, nullptr, nullptr);
-  MediaSource source(input, frames);
-  VideoServer server(frames, source);
-  if (!server.start(options.port))
-  {
-    fprintf(stderr, "recorder: cannot listen on port %d\n", options.port);
-    return 1;
-  }
-  printf("recorder: %s on port %d\n", input.name(), options.port);
-  if (source.Start("media source") != 0)
-  {
-    fprintf(stderr, "recorder: cannot start the media source\n");
-    server.stop();
-    return 1;
-  }
-
-  run(source, server, signals, options.seconds);
-
-  // Viewers first, then what feeds them; a connection that will not end keeps what it uses.
-  const bool stopped = server.stop();
-  source.Stop();
-  print_status(source, server);
+  run(recorder, signals, options.seconds);
+  const bool stopped = recorder.stop();
+  print_status(recorder.status());
   if (!stopped)
-    _exit(1);
-  return source.failed() ? 1 : 0;
+    _exit(1); // a connection that will not end keeps what it uses
+  return recorder.failed() ? 1 : 0;
 }

@@ -1,10 +1,10 @@
 #include "media_source.h"
 
+#include "clock.h"
 #include "stream_rate.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 
 namespace
 {
@@ -13,19 +13,6 @@ constexpr size_t kPieceBytes = 32768;
 constexpr int64_t kDefaultIntervalUs = 40000; // 25 frames a second, for streams that state no rate
 constexpr int64_t kLongestNapUs = 100000;     // how soon a stop is noticed
 constexpr int64_t kCatchUpUs = 1000000;       // more delay than this is not made up for
-
-int64_t monotonic_us()
-{
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
-}
-
-void nap(int64_t us)
-{
-  const timespec time = {0, static_cast<long>(us) * 1000};
-  nanosleep(&time, nullptr);
-}
 
 } // namespace
 
@@ -113,7 +100,7 @@ void MediaSource::wait_for_turn(const AccessUnit& unit)
   int64_t now = monotonic_us();
   while (now < dueUs_ && GetStatus() != 0)
   {
-    nap(std::min(dueUs_ - now, kLongestNapUs));
+    nap_us(std::min(dueUs_ - now, kLongestNapUs));
     now = monotonic_us();
   }
   if (now - dueUs_ > kCatchUpUs)

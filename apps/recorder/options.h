@@ -5,6 +5,10 @@ struct Options
 {
   int port = 9554;             ///< TCP port that viewers connect to, 1 to 65535
   const char* input = nullptr; ///< file or pipe, "-" for standard input; null for the built-in clip
+  const char* gps = nullptr;   ///< a receiver's device or log; null for the simulated receiver
+  int gpsBaud = 9600;          ///< rate of the device
+  int gpsRate = 5;             ///< positions a second of the simulated receiver, 1 to 10
+  int gpsPort = 9555;          ///< TCP port that serves the position, 1 to 65535
   int seconds = 0;             ///< stop by itself after this time; 0 runs until a signal
   bool help = false;           ///< --help was given: nothing else counts
 };

@@ -46,7 +46,8 @@ bool VideoServer::start(int port)
 
 bool VideoServer::stop()
 {
-  ServerStopListen(server_);
+  if (ServerGetStatus(server_) != 0)
+    ServerStopListen(server_);
   return ServerGetConnCount(server_) == 0;
 }
 

@@ -21,7 +21,7 @@ public:
   /// Both must outlive the server's connections.
   VideoServer(CCommBuffer& frames, const MediaSource& source);
 
-  /// Call stop() first when start() has succeeded.
+  /// Call stop() first.
   ~VideoServer();
 
   VideoServer(const VideoServer&) = delete;

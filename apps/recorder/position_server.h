@@ -1,0 +1,30 @@
+#pragma once
+
+#include "position.h"
+
+#include <devcomm/tcp_service.h>
+
+#include <cstdint>
+
+/// Sends the position as RMC sentences (NMEA 0183) to every TCP peer, one for each second of the receiver's time.
+/// What peers send is ignored; one that takes nothing for a minute is disconnected.
+class PositionServer : public PositionSink
+{
+public:
+  PositionServer();
+
+  /// Call stop() first.
+  ~PositionServer() override;
+
+  /// Listens on port on all addresses. @return false when that fails
+  bool start(int port);
+
+  /// Stops listening and ends the connections. @return false when a connection still runs
+  bool stop();
+
+  void on_position(const Position& position) override;
+
+private:
+  tcp_server_st* server_;
+  int64_t sentTime_ = 0;
+};

@@ -1,0 +1,66 @@
+#include "recorder.h"
+
+#include <cstdio>
+
+namespace
+{
+
+constexpr int kBufferBytes = 8 * static_cast<int>(kMaxFrameBytes);
+
+// @return good, after a line on standard error if it is not
+bool must(bool good, const char* what, int port)
+{
+  if (!good)
+    fprintf(stderr, "recorder: cannot %s %d\n", what, port);
+  return good;
+}
+
+bool must(bool good, const char* what)
+{
+  if (!good)
+    fprintf(stderr, "recorder: cannot %s\n", what);
+  return good;
+}
+
+} // namespace
+
+Recorder::Recorder(const Options& options) : options_(options), frames_(kBufferBytes, nullptr, nullptr)
+{
+  events_.subscribe(printer_);
+  tracker_.subscribe(positionServer_);
+}
+
+bool Recorder::start()
+{
+  if (open() && start_parts())
+    return true;
+  stop();
+  return false;
+}
+
+bool Recorder::open()
+{
+  return input_.open(options_.input) && gpsLine_.open(options_.gps, options_.gpsBaud, options_.gpsRate);
+}
+
+// What serves comes before what feeds it, so that a port that is taken is noticed first.
+bool Recorder::start_parts()
+{
+  if (!must(videoServer_.start(options_.port), "listen on port", options_.port) ||
+      !must(positionServer_.start(options_.gpsPort), "listen on port", options_.gpsPort))
+    return false;
+  printf("recorder: %s on port %d, position on port %d\n", input_.name(), options_.port, options_.gpsPort);
+  return must(source_.Start("media source") == 0, "start the media source") &&
+         must(gpsReader_.Start("gps reader") == 0, "start the GPS reader") &&
+         must(gpsLine_.start(), "start the GPS sender");
+}
+
+// Viewers first, then what feeds them.
+bool Recorder::stop()
+{
+  const bool stopped = videoServer_.stop();
+  source_.Stop();
+  gpsReader_.Stop();
+  gpsLine_.stop();
+  return positionServer_.stop() && stopped;
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "event_bus.h"
+#include "event_printer.h"
+#include "gps_line.h"
+#include "gps_reader.h"
+#include "media_input.h"
+#include "media_source.h"
+#include "options.h"
+#include "position.h"
+#include "position_server.h"
+#include "status.h"
+#include "tracker.h"
+#include "video_server.h"
+
+#include <devcomm/frame_buffer.h>
+
+/// All parts of the recorder and how they are joined. One thread at a time, save where it says otherwise.
+class Recorder
+{
+public:
+  explicit Recorder(const Options& options);
+
+  /// Opens what the options name and starts everything.
+  /// @return false when something cannot be had: one line on standard error has said what, and nothing runs
+  bool start();
+
+  /// Ends everything; takes a second or two, longer only if a connection hangs.
+  /// @return false when a connection still runs: then the object must not be destroyed
+  bool stop();
+
+  /// The input is over: no frame follows.
+  bool ended() const
+  {
+    return source_.ended();
+  }
+
+  /// The input could not be used; a line on standard error has said why.
+  bool failed() const
+  {
+    return source_.failed();
+  }
+
+  int viewers() const
+  {
+    return videoServer_.viewers();
+  }
+
+  const Status& status() const
+  {
+    return status_;
+  }
+
+private:
+  bool open();
+  bool start_parts();
+
+  const Options options_;
+
+  // Where it is, and what happens.
+  PositionBoard positions_;
+  EventBus events_{positions_};
+  EventPrinter printer_;
+  PositionServer positionServer_;
+  Tracker tracker_{positions_, events_};
+  GpsLine gpsLine_;
+  GpsReader gpsReader_{gpsLine_, tracker_};
+
+  // What it sees.
+  MediaInput input_;
+  CCommBuffer frames_;
+  MediaSource source_{input_, frames_};
+  VideoServer videoServer_{frames_, source_};
+
+  const Status status_{source_, videoServer_, positions_};
+};
