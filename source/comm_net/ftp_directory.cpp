@@ -38,7 +38,7 @@ void copy_quoted(char (&to)[kMostDirectory + 1], const char* line)
 {
   const char* begin = strchr(line, '"');
   const char* end = begin == nullptr ? nullptr : strchr(begin + 1, '"');
-  const size_t length = end == nullptr ? 0 : std::min<size_t>(end - begin - 1, kMostDirectory);
+  const size_t length = end == nullptr ? 0 : std::min(static_cast<size_t>(end - begin - 1), kMostDirectory);
   memcpy(to, length == 0 ? "" : begin + 1, length);
   to[length] = '\0';
 }
