@@ -400,7 +400,7 @@ TEST(FtpClient, EndsWritesAndReadsInTimeWhateverThePeerAndSignalsDo)
     EXPECT_EQ(client.FtpReadDate(stalled.ends[0], logged.data(), 1, 0), -1);
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     EXPECT_GE(took.count(), 0.99);
-    EXPECT_LT(took.count(), 2);
+    EXPECT_LT(took.count(), 5);
     EXPECT_TRUE(was_logged("1:select is interupted"));
     EXPECT_TRUE(was_logged("1:write error or timeout"));
   }
