@@ -24,6 +24,7 @@
 #include <devcomm/nmea.h>
 #include <devcomm/round_buffer.h>
 #include <devcomm/serial_port.h>
+#include <devcomm/shm_ring.h>
 #include <devcomm/signal_handler.h>
 #include <devcomm/socket.h>
 #include <devcomm/sqlite_access.h>
