@@ -2,35 +2,25 @@
 
 #include <devcomm/round_buffer.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
+#include "comm_data/rounds.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 namespace
 {
 constexpr size_t areaSize = 8 << 20;
-constexpr int rounds = 101;
-constexpr size_t framesPerRound = 4000;
+constexpr int rounds = 801; // short ones: neighbours see the same machine
+constexpr size_t framesPerRound = 1000;
 
 template <typename Run>
-double seconds_of(Run run)
+void repeat(Run run)
 {
-  const auto start = std::chrono::steady_clock::now();
   for (size_t i = 0; i < framesPerRound; i++)
   {
     run();
   }
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double median(std::vector<double> values)
-{
-  std::nth_element(values.begin(), values.begin() + rounds / 2, values.end());
-  return values[rounds / 2];
 }
 
 void measure(size_t frameSize, bool locked)
@@ -48,19 +38,20 @@ void measure(size_t frameSize, bool locked)
   buffer->GetFrameFromBuffer(UserType_Live, &area, &first);
   size_t at = 0;
 
-  std::vector<double> copies;
-  std::vector<double> frames;
-  for (int round = 0; round < rounds; round++)
+  const auto copies = [&]
   {
-    copies.push_back(seconds_of(
+    repeat(
         [&]
         {
           at = areaSize - at < frameSize ? 0 : at;
           memcpy(area + at, in.data(), frameSize);
-          asm volatile("" ::"r"(area) : "memory");
+          keep(*area);
           at += frameSize;
-        }));
-    frames.push_back(seconds_of(
+        });
+  };
+  const auto frames = [&]
+  {
+    repeat(
         [&]
         {
           FrameInfo_t info = {1, 0, 0, static_cast<uint32_t>(frameSize)};
@@ -70,13 +61,12 @@ void measure(size_t frameSize, bool locked)
           {
             abort();
           }
-        }));
-  }
-  const double theirs = median(copies);
-  const double ours = median(frames);
+        });
+  };
+  const Medians times = alternate(rounds, frames, copies);
   printf("| RoundBufMng put and get, %zu KiB frames%s | one memcpy | %.2f | %.0f ns a frame against %.0f |\n",
-         frameSize / 1024, locked ? ", lock on" : "", theirs / ours, ours * 1e9 / framesPerRound,
-         theirs * 1e9 / framesPerRound);
+         frameSize / 1024, locked ? ", lock on" : "", times.ratio, times.ours * 1e9 / framesPerRound,
+         times.theirs * 1e9 / framesPerRound);
 }
 } // namespace
 
