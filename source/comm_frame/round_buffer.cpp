@@ -58,7 +58,7 @@ int RoundBufMng::UnRegisterUser(UserType_e user)
 
 int RoundBufMng::PutFrameToBuffer(FrameInfo_t* info, int useFiller, void* source, void* context)
 {
-  if (info == nullptr || source == nullptr || data == nullptr)
+  if (info == nullptr || data == nullptr || (source == nullptr && (useFiller != 0 || info->length > 0)))
   {
     return 0;
   }
@@ -78,7 +78,7 @@ int RoundBufMng::PutFrameToBuffer(FrameInfo_t* info, int useFiller, void* source
   {
     reinterpret_cast<FrameFiller_t>(source)(context, data + writeOffset);
   }
-  else
+  else if (info->length > 0)
   {
     memcpy(data + writeOffset, source, info->length);
   }
