@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <random>
@@ -27,9 +28,10 @@ public:
     std::filesystem::create_directories(m_scratch + "/www");
     chmod(m_scratch.c_str(), 0755);
     std::mt19937 random(6);
-    for (char& byte : file)
+    for (size_t i = 0; i + 4 <= file.size(); i += 4)
     {
-      byte = static_cast<char>(random());
+      const auto word = static_cast<uint32_t>(random());
+      memcpy(&file[i], &word, 4);
     }
     std::ofstream(m_scratch + "/www/file", std::ios::binary) << file;
     m_setup = setUp(m_scratch, m_port);
@@ -62,8 +64,9 @@ public:
     const int result = http_download(&url[0], &m_target[0]);
     said = testing::internal::GetCapturedStdout();
     EXPECT_EQ(result, expected) << said.substr(0, 1000);
-    std::ifstream got(m_target, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(got), {});
+    std::string got(Stored(), '\0');
+    std::ifstream(m_target, std::ios::binary).read(&got[0], static_cast<std::streamsize>(got.size()));
+    return got;
   }
   void Put(size_t before) const
   {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/peer_program.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,13 +20,6 @@ struct FtpServerSetup
   const char* username;
   const char* password;
 };
-
-/// A program's place: unpacked for the tests, or installed.
-inline std::string peer_program(const std::string& path)
-{
-  const std::string unpacked = DEVCOMM_SOURCE_DIR "/build/peers" + path;
-  return access(unpacked.c_str(), X_OK) == 0 ? unpacked : path;
-}
 
 inline std::string missing_for_ftp(const std::string& program)
 {

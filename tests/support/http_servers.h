@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/peer_program.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// Two HTTP servers of the distribution, each set up to serve the folder "www" of a scratch folder on a loopback
+// Two HTTP servers of the distribution (scripts/peers unpacks them), each set up to serve the folder "www" of a scratch folder on a loopback
 // port: /NAME as a file, /slow/NAME at 1 MB/s, /chunked.cgi as the file "file" in chunks, and /moved, a redirect
 // (302) to /file.
 
@@ -17,13 +19,14 @@ struct HttpServerSetup
   std::vector<std::string> arguments;
 };
 
-inline std::string missing_for_http(const char* program)
+inline std::string missing_for_http(const std::string& program)
 {
-  return access(program, X_OK) == 0 ? "" : std::string(program) + " is not installed";
+  return access(program.c_str(), X_OK) == 0 ? "" : program + " is not installed";
 }
 
 inline HttpServerSetup set_up_nginx(const std::string& scratch, int port)
 {
+  const std::string program = peer_program("/usr/sbin/nginx");
   const std::string config = scratch + "/nginx.conf";
   const std::string address = "127.0.0.1:" + std::to_string(port);
   std::string temporary;
@@ -38,12 +41,12 @@ inline HttpServerSetup set_up_nginx(const std::string& scratch, int port)
                         << "/www/; limit_rate 1m; }\nlocation = /chunked.cgi { alias " << scratch
                         << "/www/file; ssi on; ssi_types *; }\nlocation = /moved { return 302 http://"
                         << address << "/file; }\n}\n}\n";
-  return {missing_for_http("/usr/sbin/nginx"),
-          {"/usr/sbin/nginx", "-e", "stderr", "-p", scratch, "-c", config}};
+  return {missing_for_http(program), {program, "-e", "stderr", "-p", scratch, "-c", config}};
 }
 
 inline HttpServerSetup set_up_lighttpd(const std::string& scratch, int port)
 {
+  const std::string program = peer_program("/usr/sbin/lighttpd");
   const std::string config = scratch + "/lighttpd.conf";
   std::ofstream(config) << "server.bind = \"127.0.0.1\"\nserver.port = " << port
                         << "\nserver.modules = (\"mod_redirect\", \"mod_alias\", \"mod_cgi\")\n"
@@ -55,5 +58,5 @@ inline HttpServerSetup set_up_lighttpd(const std::string& scratch, int port)
                         << "$HTTP[\"url\"] =~ \"^/slow/\" { connection.kbytes-per-second = 1024 }\n";
   std::ofstream(scratch + "/www/chunked.cgi")
       << "printf 'Content-Type: application/octet-stream\\r\\n\\r\\n'; cat " << scratch << "/www/file\n";
-  return {missing_for_http("/usr/sbin/lighttpd"), {"/usr/sbin/lighttpd", "-D", "-f", config}};
+  return {missing_for_http(program), {program, "-D", "-m", peer_program("/usr/lib/lighttpd"), "-f", config}};
 }
