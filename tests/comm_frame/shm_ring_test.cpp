@@ -133,7 +133,7 @@ TEST_F(ShmRing, AScribbledHeaderOrRecordNeverLeadsOutOfTheSegment)
     write(ring, make_record(1, 50));
     write(ring, std::string(random() % 900, 'x'));
     // Every byte of the header in turn, then any bytes.
-    const char values[] = {0, -1, INT8_MAX, INT8_MIN};
+    const char values[] = {'\0', '\xFF', '\x7F', '\x80'};
     base[run < 152 * 4 ? run / 4 : random() % 352] = values[run % 4];
     for (size_t more = run % 8; run >= 152 * 4 && more > 0; more--)
     {
