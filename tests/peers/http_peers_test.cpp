@@ -74,7 +74,7 @@ public:
   }
   size_t Stored() const
   {
-    return std::filesystem::file_size(m_target);
+    return static_cast<size_t>(std::filesystem::file_size(m_target));
   }
 
   std::string file = std::string(3000001, '\0');
