@@ -134,7 +134,8 @@ int change_route(const char* gateway_text, unsigned long request)
     puts("set route open socket failed");
     return -1;
   }
-  // Without a gateway the kernel adds none either, but deletes whichever default route comes first.
+  // Without a gateway the kernel adds none either, but deletes whichever default route comes first. One
+  // through an IPv6 gateway is listed with none.
   if (gateway == 0 || ioctl(sock, request, &route) != 0)
     puts("SIOC[ADD|DEL]RT");
   close(sock);

@@ -20,6 +20,8 @@ namespace
 constexpr char kTwoCables[] = "ip link add eth0 type veth peer name eth1 &&"
                               "ip link add wlan0 type veth peer name fifteen-letters";
 
+constexpr char kTail[] = "\t0\t0\t0\t00000000\t0\t0\t0\n"; // of a route's line, behind the flags
+
 std::string output(const char* command)
 {
   std::string text;
@@ -129,7 +131,7 @@ void configure_routes()
             "default via 10.1.2.252 dev eth0\ndefault dev eth0 scope link metric 60\n"
             "default via 10.9.0.254 dev eth1 metric 70\n")
       << "both routes of eth0 through gateways are gone";
-  for (int metric = 71; metric < 80; metric++)
+  for (int metric = 71; metric < 78; metric++)
     EXPECT_TRUE(run_shell("ip route add default via 10.1.2.251 metric " + std::to_string(metric)));
   EXPECT_TRUE(
       run_shell("ip route del default via 10.9.0.254; ip route add default via 10.9.0.254 metric 99"));
@@ -137,6 +139,12 @@ void configure_routes()
   EXPECT_TRUE(GetGateway("eth1", &gateway) == 0 && gateway == 0x0A0900FE);
   EXPECT_EQ(DelRoute("eth0") + DelRoute("none"), 0);
   EXPECT_TRUE(GetDefaultGateway(name, text, &gateway) == 1 && strcmp(name, "eth1") == 0);
+
+  // Through an IPv6 gateway, which the table shows as 0. To delete that would take the first default route.
+  EXPECT_EQ(mount("none", "/proc/self/net", "tmpfs", 0, nullptr), 0);
+  forge("/proc/net/route", std::string("eth0\t00000000\t00000000\t0003") + kTail);
+  EXPECT_EQ(DelRoute("eth0"), 0);
+  EXPECT_EQ(output("ip route show default | wc -l"), "2\n");
 }
 
 void read_odd_tables()
@@ -171,11 +179,10 @@ void read_odd_tables()
   EXPECT_TRUE(CheckNetIf("veth10") == 0 && CheckNetIf("no colon") != 0);
   EXPECT_EQ(CheckIPInRange("eth1", 0x0A010203), -1);
 
-  const std::string tail = "\t0003\t0\t0\t0\t00000000\t0\t0\t0\n";
-  forge("/proc/net/route",
-        "Iface\tDestination\n\n" + std::string(300, 'n') + "\t00000000\t01020304" + tail +
-            "eth0\t00000000\t\neth0\t00000000\t0100010A\t0013\t0\t0\t0\t00000000\t0\t0\t0\n" +
-            "eth0\t0000000A\t0100010A" + tail + "eth0\t00000000\t0200010A" + tail + "eth0");
+  forge("/proc/net/route", "Iface\tDestination\n\n" + std::string(300, 'n') + kTail +
+                               "eth0\t00000000\t0200010A\t0003" + kTail + "eth0\t00000000\t\n" +
+                               "eth0\t00000000\t0100010A\t0013" + kTail + "eth0\t0000000A\t0100010A\t0003" +
+                               kTail + "eth0");
   EXPECT_TRUE(GetGateway("eth0", &gateway) == 0 && gateway == 0x0A010002);
   forge("/proc/net/route", "");
   EXPECT_TRUE(GetGateway("eth0", &gateway) == 0 && gateway == 0);
