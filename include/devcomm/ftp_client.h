@@ -195,10 +195,11 @@ public:
 
   // Tools --------------------------------------------------------------------------------------------------
 
-  /// Connects within timeoutSec seconds, 0: no limit. errno tells why not: ETIMEDOUT leaves fd non-blocking, else
-  /// its mode is that of before.
+  /// Connects within timeoutSec seconds, 0: no limit. errno tells why not, ETIMEDOUT that time was over; a failure
+  /// may leave fd non-blocking, success leaves its mode as it was.
   int FtpConnectNonb(int fd, sockaddr* addr, unsigned int len, int timeoutSec);
 
+  /// Makes fd non-blocking, or blocking for 0.
   int FtpSetSockBlocking(int fd, int nonblocking);
 
   /// Sets address reuse, the buffer sizes in bytes and, when keepalive is not 0, keep-alive and no delay. Only a
