@@ -237,6 +237,7 @@ TEST(UdpClient, RefusesWhileItRunsAndMayBeFreedFromItsCallback)
   ASSERT_EQ(service.Start(), 0);
   EXPECT_EQ(UdpClientStart(service.client, 1, {}, Service::Callback, nullptr), -1);
   service.client = nullptr;
+  EXPECT_TRUE(service.Reaches("S"));
   service.Send("go");
   EXPECT_TRUE(service.Reaches("SRC"));
   EXPECT_TRUE(eventually([&] { return fcntl(service.sock, F_GETFD) == -1; }));
