@@ -1,6 +1,7 @@
 #include "gps_reader.h"
 
 #include "clock.h"
+#include "dog.h"
 
 #include <algorithm>
 #include <cmath>
@@ -37,8 +38,10 @@ GpsReader::GpsReader(const GpsLine& line, Tracker& tracker) : line_(line), track
 
 void* GpsReader::PthreadProc()
 {
+  const Dog dog("gps reader");
   while (GetStatus() != 0)
   {
+    dog.feed();
     if (!open_ && !open_port())
     {
       nap_us(kReopenUs);

@@ -47,7 +47,7 @@ bool LogPlayer::open_log(const char* path)
   return log_ != nullptr;
 }
 
-void* LogPlayer::PthreadProc()
+void LogPlayer::play()
 {
   char line[512];
   dueUs_ = monotonic_us();
@@ -57,7 +57,6 @@ void* LogPlayer::PthreadProc()
     wait_for_turn(line, length);
     send(line, length);
   }
-  return nullptr;
 }
 
 void LogPlayer::wait_for_turn(const char* line, int length)

@@ -14,9 +14,8 @@ public:
   /// @return false after a line on standard error
   bool open_log(const char* path);
 
-  void* PthreadProc() override;
-
 private:
+  void play() override;
   void wait_for_turn(const char* line, int length);
 
   FILE* log_ = nullptr;

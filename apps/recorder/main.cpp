@@ -18,6 +18,7 @@ namespace
 
 constexpr int kDrainMs = 5000; // how long viewers may take to get the rest when the input has ended
 constexpr int kStatusMs = 1000;
+constexpr int kWatchMs = 500;
 
 int64_t monotonic_ms()
 {
@@ -40,25 +41,24 @@ bool stop_requested(const sigset_t& signals, int64_t ms)
   return sigtimedwait(&signals, nullptr, &limit) > 0;
 }
 
-void print_status(const Status& status)
-{
-  char line[512];
-  status.write(line, sizeof line);
-  puts(line);
-}
-
-// Prints a status line a second until a signal, the time limit, or the end of the input.
-void run(const Recorder& recorder, const sigset_t& signals, int seconds)
+// Tells the status once a second and watches the threads until a signal, the time limit, or the end of the input.
+void run(Recorder& recorder, const sigset_t& signals, int seconds)
 {
   const int64_t start = monotonic_ms();
   const int64_t end = seconds > 0 ? start + int64_t{seconds} * 1000 : INT64_MAX;
   int64_t nextStatus = start + kStatusMs;
+  int64_t nextWatch = start;
   int64_t drained = INT64_MAX;
   for (int64_t now = start; now < end && now < drained; now = monotonic_ms())
   {
+    if (now >= nextWatch)
+    {
+      recorder.watch();
+      nextWatch = now + kWatchMs;
+    }
     if (now >= nextStatus)
     {
-      print_status(recorder.status());
+      recorder.tell_status();
       nextStatus += kStatusMs * ((now - nextStatus) / kStatusMs + 1);
     }
     if (recorder.ended() && drained == INT64_MAX)
@@ -96,7 +96,7 @@ int main(int argc, char** argv)
     return 1;
   run(recorder, signals, options.seconds);
   const bool stopped = recorder.stop();
-  print_status(recorder.status());
+  recorder.tell_status();
   if (!stopped)
     _exit(1); // a connection that will not end keeps what it uses
   return recorder.failed() ? 1 : 0;

@@ -1,6 +1,7 @@
 #include "media_source.h"
 
 #include "clock.h"
+#include "dog.h"
 #include "stream_rate.h"
 
 #include <algorithm>
@@ -16,16 +17,19 @@ constexpr int64_t kCatchUpUs = 1000000;       // more delay than this is not mad
 
 } // namespace
 
-MediaSource::MediaSource(MediaInput& input, CCommBuffer& frames)
-    : input_(input), buffer_(frames), splitter_(kMaxFrameBytes), intervalUs_(kDefaultIntervalUs)
+MediaSource::MediaSource(MediaInput& input, CCommBuffer& frames, FrameHistory& history)
+    : input_(input), buffer_(frames), history_(history), splitter_(kMaxFrameBytes),
+      intervalUs_(kDefaultIntervalUs)
 {
 }
 
 void* MediaSource::PthreadProc()
 {
+  const Dog dog("media source");
   AccessUnit unit = {};
   while (GetStatus() != 0)
   {
+    dog.feed();
     if (splitter_.next(unit))
       publish(unit);
     else if (!read_piece())
@@ -78,6 +82,7 @@ void MediaSource::publish(const AccessUnit& unit)
   info.frameClass = frames_ + 1;
   info.length = static_cast<uint32_t>(frame.size);
   buffer_.PutData(const_cast<uint8_t*>(frame.data), &info);
+  history_.put(frame.data, info);
 
   if (frame.keyFrame)
   {

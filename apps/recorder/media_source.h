@@ -1,6 +1,8 @@
 #pragma once
 
 #include "annexb_splitter.h"
+#include "frame.h"
+#include "frame_history.h"
 #include "media_input.h"
 #include "parameter_sets.h"
 
@@ -10,13 +12,7 @@
 #include <atomic>
 #include <cstdint>
 
-/// Type of a key frame in FrameInfo_t; other frames have type 0.
-constexpr uint32_t kKeyFrame = 1;
-
-/// Largest frame that is passed on, in bytes.
-constexpr uint32_t kMaxFrameBytes = 1024 * 1024;
-
-/// The thread that reads the input, cuts it into frames and puts them into the frame buffer.
+/// The thread that reads the input, cuts it into frames and puts them into the frame buffer and the history.
 ///
 /// Frames are numbered from 1 and carry their number in frameClass (no reader filters by class), so that a reader
 /// sees how many it has missed. Time stamps are those of the moment a frame is put into the buffer.
@@ -25,8 +21,8 @@ constexpr uint32_t kMaxFrameBytes = 1024 * 1024;
 class MediaSource : public CommonCthread
 {
 public:
-  /// Both must outlive the thread; input is used by it alone while it runs.
-  MediaSource(MediaInput& input, CCommBuffer& frames);
+  /// All must outlive the thread; input is used by it alone while it runs.
+  MediaSource(MediaInput& input, CCommBuffer& frames, FrameHistory& history);
 
   void* PthreadProc() override;
 
@@ -74,6 +70,7 @@ private:
 
   MediaInput& input_;
   CCommBuffer& buffer_;
+  FrameHistory& history_;
   AnnexBSplitter splitter_;
   ParameterSets sets_;
   int64_t intervalUs_; // between two frames of an input that loops

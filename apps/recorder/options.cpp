@@ -7,7 +7,7 @@
 const char* const kUsage =
     "Usage: recorder [--port N] [--input FILE|-] [--gps DEVICE|LOG] [--gps-baud N] [--gps-rate N] "
     "[--gps-port N]\n"
-    "                [--seconds N] [--help]\n"
+    "                [--ring KEY] [--announce N] [--seconds N] [--help]\n"
     "\n"
     "Streams H.264 video to every viewer that connects by TCP, follows a GPS receiver, and serves its "
     "position.\n"
@@ -23,17 +23,24 @@ const char* const kUsage =
     "  --gps-baud N       the device's rate, 600 to 115200 (default 9600)\n"
     "  --gps-rate N       positions a second of the simulated receiver, 1 to 10 (default 5)\n"
     "  --gps-port N       port that serves the position as RMC sentences, 1 to 65535 (default 9555)\n"
+    "  --ring KEY         put the frames into the shared-memory ring of that key, a number from 1 on, for\n"
+    "                     recorder-tap; the ring outlives the recorder\n"
+    "  --announce N       announce the status once a second by UDP broadcast on loopback, to port N\n"
     "  --seconds N        stop after N seconds (default: run until SIGINT or SIGTERM)\n"
     "  --help             print this and stop\n"
     "\n"
     "Watch it with:  ffplay -f h264 tcp://127.0.0.1:9554\n"
+    "                (a viewer that sends the line 'LAST N' gets the last N key frames, 1 to 15, and goes on "
+    "live)\n"
     "Follow it with: gpsd -N -n tcp://127.0.0.1:9555\n"
     "\n"
     "One status line a second: frames and key frames read, viewers connected, bytes queued for viewers, and "
     "frames\n"
     "dropped because a viewer was too slow or a frame too large; then the fix, position, speed and geofence. "
     "A line\n"
-    "for each event: a geofence entered or left.\n";
+    "for each event: a geofence entered or left, a mark set. A line on standard error for a thread that "
+    "stalls.\n"
+    "Talk to it with recorderctl.\n";
 
 bool parse_options(int argc, char** argv, Options& options)
 {
@@ -44,6 +51,8 @@ bool parse_options(int argc, char** argv, Options& options)
   line.number("--gps-baud", 600, 115200, options.gpsBaud);
   line.number("--gps-rate", 1, 10, options.gpsRate);
   line.number("--gps-port", 1, 65535, options.gpsPort);
+  line.number("--ring", 1, INT_MAX, options.ring);
+  line.number("--announce", 1, 65535, options.announce);
   line.number("--seconds", 1, INT_MAX, options.seconds);
   const bool right = line.parse(argc, argv, 0);
   options.help = line.help();

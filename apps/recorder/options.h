@@ -9,6 +9,8 @@ struct Options
   int gpsBaud = 9600;          ///< rate of the device
   int gpsRate = 5;             ///< positions a second of the simulated receiver, 1 to 10
   int gpsPort = 9555;          ///< TCP port that serves the position, 1 to 65535
+  int ring = 0;                ///< key of the shared-memory ring that gets the frames; 0: none
+  int announce = 0;            ///< UDP port that the status is announced on; 0: not at all
   int seconds = 0;             ///< stop by itself after this time; 0 runs until a signal
   bool help = false;           ///< --help was given: nothing else counts
 };

@@ -1,17 +1,21 @@
 #include "position_server.h"
 
+#include "dog.h"
+
 #include <devcomm/coordinates.h>
 #include <devcomm/gps.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <new>
 
 namespace
 {
 
 constexpr int kTimeoutMs = 60000;
 constexpr int kMaxPeers = 16;
+constexpr int kDogSlot = 0; // of the connection's private data
 constexpr double kKmhPerKnot = 1.852;
 constexpr float kSpeedStep = 0.01F; // knots, of RmcRecord
 
@@ -63,13 +67,24 @@ PositionServer::~PositionServer()
 
 bool PositionServer::start(int port)
 {
-  const TcpCallback_t ignore =
-      [](SERVICE_STATE_E, const char*, int len, tcp_server_st*, tcp_client_st*, void*)
-  {
-    return len;
-  };
-  return server_ != nullptr && ServerStartListen(server_, port, kTimeoutMs, kMaxPeers, ignore, this) == 0 &&
+  return server_ != nullptr &&
+         ServerStartListen(server_, port, kTimeoutMs, kMaxPeers, on_event, nullptr) == 0 &&
          ServerGetStatus(server_) != 0;
+}
+
+// Only the watchdog has to do with a peer; sentences are queued for all by on_position().
+int PositionServer::on_event(SERVICE_STATE_E state, const char* /*data*/, int len, tcp_server_st* /*server*/,
+                             tcp_client_st* client, void* /*arg*/)
+{
+  if (state == SERVICE_STATE_START)
+    ClientSetPrivateData(client, kDogSlot, new (std::nothrow) Dog("position peer"));
+  auto* dog = static_cast<Dog*>(ClientGetPrivateData(client, kDogSlot));
+  if (dog == nullptr)
+    return -1;
+  dog->feed();
+  if (state == SERVICE_STATE_CLOSE)
+    delete dog;
+  return len;
 }
 
 bool PositionServer::stop()

@@ -25,6 +25,9 @@ public:
   void on_position(const Position& position) override;
 
 private:
+  static int on_event(SERVICE_STATE_E state, const char* data, int len, tcp_server_st* server,
+                      tcp_client_st* client, void* arg);
+
   tcp_server_st* server_;
   int64_t sentTime_ = 0;
 };

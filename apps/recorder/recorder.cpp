@@ -6,6 +6,7 @@ namespace
 {
 
 constexpr int kBufferBytes = 8 * static_cast<int>(kMaxFrameBytes);
+constexpr uint32_t kHistoryBytes = 16 * kMaxFrameBytes;
 
 // @return good, after a line on standard error if it is not
 bool must(bool good, const char* what, int port)
@@ -24,7 +25,8 @@ bool must(bool good, const char* what)
 
 } // namespace
 
-Recorder::Recorder(const Options& options) : options_(options), frames_(kBufferBytes, nullptr, nullptr)
+Recorder::Recorder(const Options& options)
+    : options_(options), frames_(kBufferBytes, nullptr, nullptr), history_(kHistoryBytes)
 {
   events_.subscribe(printer_);
   tracker_.subscribe(positionServer_);
@@ -40,7 +42,8 @@ bool Recorder::start()
 
 bool Recorder::open()
 {
-  return input_.open(options_.input) && gpsLine_.open(options_.gps, options_.gpsBaud, options_.gpsRate);
+  return input_.open(options_.input) && gpsLine_.open(options_.gps, options_.gpsBaud, options_.gpsRate) &&
+         (options_.ring == 0 || ringWriter_.open(options_.ring));
 }
 
 // What serves comes before what feeds it, so that a port that is taken is noticed first.
@@ -51,16 +54,30 @@ bool Recorder::start_parts()
     return false;
   printf("recorder: %s on port %d, position on port %d\n", input_.name(), options_.port, options_.gpsPort);
   return must(source_.Start("media source") == 0, "start the media source") &&
+         must(options_.ring == 0 || ringWriter_.Start("ring writer") == 0, "start the ring writer") &&
          must(gpsReader_.Start("gps reader") == 0, "start the GPS reader") &&
-         must(gpsLine_.start(), "start the GPS sender");
+         must(gpsLine_.start(), "start the GPS sender") &&
+         must(controlServer_.start(options_.port), "listen for recorderctl") &&
+         must(options_.announce == 0 || announcer_.start(options_.announce), "announce on port",
+              options_.announce);
 }
 
-// Viewers first, then what feeds them.
+// Whoever asks first, then viewers, then what feeds them.
 bool Recorder::stop()
 {
+  controlServer_.stop();
   const bool stopped = videoServer_.stop();
+  ringWriter_.Stop();
   source_.Stop();
   gpsReader_.Stop();
   gpsLine_.stop();
   return positionServer_.stop() && stopped;
+}
+
+void Recorder::tell_status()
+{
+  char line[512];
+  status_.write(line, sizeof line);
+  puts(line);
+  announcer_.announce(line);
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "control_server.h"
 #include "event_bus.h"
 #include "event_printer.h"
+#include "frame_history.h"
 #include "gps_line.h"
 #include "gps_reader.h"
 #include "media_input.h"
@@ -9,7 +11,10 @@
 #include "options.h"
 #include "position.h"
 #include "position_server.h"
+#include "ring_writer.h"
+#include "stall_watch.h"
 #include "status.h"
+#include "status_announcer.h"
 #include "tracker.h"
 #include "video_server.h"
 
@@ -29,6 +34,15 @@ public:
   /// @return false when a connection still runs: then the object must not be destroyed
   bool stop();
 
+  /// Looks after the threads; to be called at least once a second.
+  void watch()
+  {
+    stallWatch_.check();
+  }
+
+  /// Prints the status line, and announces it if that is wanted.
+  void tell_status();
+
   /// The input is over: no frame follows.
   bool ended() const
   {
@@ -44,11 +58,6 @@ public:
   int viewers() const
   {
     return videoServer_.viewers();
-  }
-
-  const Status& status() const
-  {
-    return status_;
   }
 
 private:
@@ -69,8 +78,14 @@ private:
   // What it sees.
   MediaInput input_;
   CCommBuffer frames_;
-  MediaSource source_{input_, frames_};
-  VideoServer videoServer_{frames_, source_};
+  FrameHistory history_;
+  MediaSource source_{input_, frames_, history_};
+  VideoServer videoServer_{frames_, history_, source_};
+  RingWriter ringWriter_{frames_};
 
+  // How it is doing, and who asks.
   const Status status_{source_, videoServer_, positions_};
+  ControlServer controlServer_{status_, events_};
+  StatusAnnouncer announcer_;
+  StallWatch stallWatch_;
 };

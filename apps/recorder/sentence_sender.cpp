@@ -46,6 +46,14 @@ bool SentenceSender::open()
   return SetComRawMode(device_fd_) == 0;
 }
 
+void* SentenceSender::PthreadProc()
+{
+  const Dog dog("gps sender");
+  dog_ = &dog;
+  play();
+  return nullptr;
+}
+
 void SentenceSender::send(const char* text, int length) const
 {
   if (write(line_, text, static_cast<size_t>(length)) < 0)
@@ -55,6 +63,9 @@ void SentenceSender::send(const char* text, int length) const
 bool SentenceSender::sleep_until(int64_t us)
 {
   for (int64_t now = monotonic_us(); now < us && GetStatus() != 0; now = monotonic_us())
+  {
+    dog_->feed();
     nap_us(std::min(us - now, kLongestNapUs));
+  }
   return GetStatus() != 0;
 }

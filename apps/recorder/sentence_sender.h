@@ -1,5 +1,7 @@
 #pragma once
 
+#include "dog.h"
+
 #include <devcomm/thread.h>
 
 #include <cstddef>
@@ -23,7 +25,12 @@ public:
     return device_;
   }
 
+  void* PthreadProc() override;
+
 protected:
+  /// What the thread does.
+  virtual void play() = 0;
+
   /// Writes; what the line does not take is lost, as on a wire that nobody reads.
   void send(const char* text, int length) const;
 
@@ -31,6 +38,7 @@ protected:
   bool sleep_until(int64_t us);
 
 private:
+  const Dog* dog_ = nullptr; // while the thread runs
   int line_ = -1;
   int device_fd_ = -1; // held open, so that readers may come and go
   char device_[64] = "";

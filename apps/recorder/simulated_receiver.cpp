@@ -45,12 +45,11 @@ struct TimeText
 
 SimulatedReceiver::SimulatedReceiver(int rate) : rate_(rate) {}
 
-void* SimulatedReceiver::PthreadProc()
+void SimulatedReceiver::play()
 {
   const int64_t start = monotonic_us();
   for (int64_t tick = 0; sleep_until(start + tick * 1000000 / rate_); ++tick)
     send_position(route_at(static_cast<double>(tick) / rate_));
-  return nullptr;
 }
 
 void SimulatedReceiver::send_position(const RoutePoint& at) const

@@ -10,9 +10,8 @@ public:
   /// @param rate  positions a second, 1 to 10
   explicit SimulatedReceiver(int rate);
 
-  void* PthreadProc() override;
-
 private:
+  void play() override;
   void send_position(const RoutePoint& at) const;
 
   int rate_;

@@ -1,5 +1,12 @@
 #include "video_server.h"
 
+#include "clock.h"
+#include "dog.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -11,6 +18,7 @@ namespace
 constexpr int kTimeoutMs = 60000; // a viewer that takes nothing for so long is gone
 constexpr int kViewerSlot = 0;    // of the connection's private data
 constexpr int kFramesPerEvent = 256;
+constexpr int kLineBytes = 64; // a viewer's line is shorter
 
 // What waits in the kernel cannot be taken back, so it must not be much.
 constexpr int kSocketBytes = 256 * 1024;
@@ -24,11 +32,14 @@ struct VideoServer::Viewer
   uint32_t next = 0;      // number of the frame that follows the last one taken note of; 0 before the first
   uint32_t soughtKey = 0; // key frame that the reader was last moved to
   bool awaitKey = true;   // nothing decodes before a key frame
+  bool asked = false;     // its line has come
+  int64_t liveUs = monotonic_us() + kAskUs; // when live video begins without one
+  Dog dog{"viewer"};
   std::unique_ptr<uint8_t[]> frame;
 };
 
-VideoServer::VideoServer(CCommBuffer& frames, const MediaSource& source)
-    : frames_(frames), source_(source), server_(ServerInit())
+VideoServer::VideoServer(CCommBuffer& frames, FrameHistory& history, const MediaSource& source)
+    : frames_(frames), history_(history), source_(source), server_(ServerInit())
 {
 }
 
@@ -56,7 +67,7 @@ int VideoServer::viewers() const
   return ServerGetConnCount(server_);
 }
 
-int VideoServer::on_event(SERVICE_STATE_E state, const char* /*data*/, int len, tcp_server_st* /*server*/,
+int VideoServer::on_event(SERVICE_STATE_E state, const char* data, int len, tcp_server_st* /*server*/,
                           tcp_client_st* client, void* arg)
 {
   auto* self = static_cast<VideoServer*>(arg);
@@ -67,10 +78,12 @@ int VideoServer::on_event(SERVICE_STATE_E state, const char* /*data*/, int len, 
     self->close_viewer(client);
     return 0;
   }
-  if (state == SERVICE_STATE_RECV)
-    return len;
-
   auto* viewer = static_cast<Viewer*>(ClientGetPrivateData(client, kViewerSlot));
+  viewer->dog.feed();
+  if (state == SERVICE_STATE_RECV)
+    return self->hear(*viewer, client, data, len);
+  if (monotonic_us() < viewer->liveUs)
+    return 0;
   const bool ended = self->source_.ended(); // asked first: after it, no frame can be missed
   self->send_frames(*viewer, client);
   return ended && state == SERVICE_STATE_IDLE && ClientGetSendBufSize(client) == 0 ? -1 : 0;
@@ -101,6 +114,41 @@ void VideoServer::close_viewer(tcp_client_st* client)
     frames_.Unregister(viewer->reader);
 }
 
+// Takes the viewer's first line. @return bytes used up
+int VideoServer::hear(Viewer& viewer, tcp_client_st* client, const char* data, int length)
+{
+  if (viewer.asked)
+    return length;
+  char line[kLineBytes + 1];
+  const auto* end = static_cast<const char*>(memchr(data, '\n', static_cast<size_t>(length)));
+  if (end == nullptr && length < kLineBytes)
+    return 0;
+  viewer.asked = true;
+  viewer.liveUs = 0;
+  const size_t used =
+      end == nullptr ? 0 : static_cast<size_t>(std::min<std::ptrdiff_t>(end - data, kLineBytes));
+  memcpy(line, data, used);
+  line[used] = '\0';
+  int keyFrames = 0;
+  if (sscanf(line, "LAST %9d", &keyFrames) == 1 && keyFrames > 0)
+    send_past(viewer, client, keyFrames);
+  return length;
+}
+
+void VideoServer::send_past(Viewer& viewer, tcp_client_st* client, int keyFrames)
+{
+  const auto take = [&](const FrameInfo_t& info, const uint8_t* data)
+  {
+    viewer.awaitKey = viewer.awaitKey && info.frameType != kKeyFrame;
+    if (!viewer.awaitKey)
+      send_frame(viewer, client, info, data);
+  };
+  const uint32_t last = history_.last(keyFrames, take);
+  // The reader stands at an earlier frame: those up to the last one will be passed over as seen.
+  if (last != 0)
+    viewer.next = last + 1;
+}
+
 // Puts a reader a little before the newest key frame: the source may be adding a frame right now, and frames before
 // the key frame are passed over anyway. While there are few frames a new reader is right where it stands.
 void VideoServer::seek_key_frame(int reader)
@@ -121,7 +169,7 @@ void VideoServer::send_frames(Viewer& viewer, tcp_client_st* client)
     if (frames_.Read(viewer.reader, viewer.frame.get(), &info) == 0)
       return;
     if (wanted(viewer, info))
-      send_frame(viewer, client, info);
+      send_frame(viewer, client, info, viewer.frame.get());
   }
 }
 
@@ -153,11 +201,12 @@ bool VideoServer::wanted(Viewer& viewer, const FrameInfo_t& info)
   return !lost;
 }
 
-void VideoServer::send_frame(Viewer& viewer, tcp_client_st* client, const FrameInfo_t& info)
+void VideoServer::send_frame(Viewer& viewer, tcp_client_st* client, const FrameInfo_t& info,
+                             const uint8_t* data)
 {
   const int before = ClientGetSendBufSize(client);
   const auto length = static_cast<int>(info.length);
-  ClientSendData(client, reinterpret_cast<const char*>(viewer.frame.get()), length, 0);
+  ClientSendData(client, reinterpret_cast<const char*>(data), length, 0);
   // Only this thread sends, so the queue has grown by the frame unless there was no memory for it.
   if (ClientGetSendBufSize(client) - before == length)
     bytes_ += info.length;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "frame_history.h"
 #include "media_source.h"
 
 #include <devcomm/frame_buffer.h>
@@ -13,13 +14,17 @@
 /// Each viewer's work is done on the thread of its connection, so none delays another. While a viewer does not
 /// take its bytes, at most kQueueBytes and one frame wait for it here and its further frames stay in the frame
 /// buffer. When it is more than kMaxFramesBehind frames late, or its frames have left the buffer, it loses what
-/// lies before the newest key frame and goes on there. Bytes sent by a viewer are ignored. When the input ends,
-/// a viewer is disconnected once it has everything.
+/// lies before the newest key frame and goes on there. When the input ends, a viewer is disconnected once it has
+/// everything.
+///
+/// A viewer may begin with the line "LAST N": it then gets the last N key frames (1 to FrameHistory::kMaxKeyFrames)
+/// with what follows them, and goes on live. For the line's sake live video begins kAskUs after the connection; a
+/// later one still takes the viewer back, once. All else that viewers send is ignored.
 class VideoServer
 {
 public:
-  /// Both must outlive the server's connections.
-  VideoServer(CCommBuffer& frames, const MediaSource& source);
+  /// All must outlive the server's connections.
+  VideoServer(CCommBuffer& frames, FrameHistory& history, const MediaSource& source);
 
   /// Call stop() first.
   ~VideoServer();
@@ -51,6 +56,7 @@ public:
   static constexpr int kMaxViewers = 256;
   static constexpr int kQueueBytes = 256 * 1024;
   static constexpr uint32_t kMaxFramesBehind = 75;
+  static constexpr int64_t kAskUs = 200000;
 
 private:
   struct Viewer;
@@ -59,12 +65,15 @@ private:
                       tcp_client_st* client, void* arg);
   int open_viewer(tcp_client_st* client);
   void close_viewer(tcp_client_st* client);
+  int hear(Viewer& viewer, tcp_client_st* client, const char* data, int length);
+  void send_past(Viewer& viewer, tcp_client_st* client, int keyFrames);
   void seek_key_frame(int reader);
   void send_frames(Viewer& viewer, tcp_client_st* client);
   bool wanted(Viewer& viewer, const FrameInfo_t& info);
-  void send_frame(Viewer& viewer, tcp_client_st* client, const FrameInfo_t& info);
+  void send_frame(Viewer& viewer, tcp_client_st* client, const FrameInfo_t& info, const uint8_t* data);
 
   CCommBuffer& frames_;
+  FrameHistory& history_;
   const MediaSource& source_;
   tcp_server_st* server_;
   std::atomic<uint64_t> bytes_{0};

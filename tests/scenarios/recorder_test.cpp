@@ -57,6 +57,11 @@ public:
     close(sock_);
   }
 
+  void ask(const std::string& line) const
+  {
+    EXPECT_EQ(send(sock_, line.data(), line.size(), MSG_NOSIGNAL), static_cast<ssize_t>(line.size()));
+  }
+
   // Receives until count frames are complete, or to the end of the stream.
   void receive(size_t count)
   {
@@ -250,6 +255,49 @@ TEST(RecorderTest, AViewerThatStopsReadingLosesFramesAloneAndGoesOnAtAKeyFrame)
             std::string::npos)
       << lost << '\n'
       << output;
+}
+
+TEST(RecorderTest, AViewerThatAsksGetsThePastFirstAndThenGoesOnLive)
+{
+  constexpr int kPast = 110;
+  constexpr int kFrames = 130;
+  const int port = free_port();
+  Process process(own_recorder({"--port", std::to_string(port), "--input", "-"}));
+  process.read_until(1, " on port ");
+  Viewer witness(port);
+  const auto feed = [&](int from, int to)
+  {
+    for (int number = from; number < to; ++number)
+      ASSERT_TRUE(write_all(process.in(), test_frame(number)));
+    witness.receive(static_cast<size_t>(to) - 2);
+  };
+  for (int number = 0; number < kPast; number += 10)
+    feed(number, number + 10);
+
+  struct Case
+  {
+    const char* line;
+    int first;
+  };
+  for (const Case& one :
+       {Case{"LAST 1\n", 100}, Case{"LAST 3\r\n", 50}, Case{"LAST 99\n", 0}, Case{"LAST -1\n", 100}})
+  {
+    Viewer viewer(port);
+    viewer.ask(one.line);
+    viewer.receive(2);
+    ASSERT_EQ(viewer.frames.size(), 2U);
+    EXPECT_EQ(number_of(viewer.frames[0]), one.first) << one.line;
+  }
+  Viewer viewer(port);
+  viewer.ask("LAS");
+  viewer.ask("T 2\n");
+  viewer.receive(30);
+  feed(kPast, kFrames);
+  process.close_in();
+  viewer.receive(kAll);
+  EXPECT_EQ(viewer.frames.size(), static_cast<size_t>(kFrames - 75));
+  for (size_t i = 0; i < viewer.frames.size(); ++i)
+    EXPECT_EQ(number_of(viewer.frames[i]), 75 + static_cast<int>(i));
 }
 
 TEST(RecorderTest, AnotherProgramDecodesTheStreamWithoutAnError)

@@ -1,0 +1,185 @@
+// The recorder, recorder-tap and recorderctl at work together.
+
+#ifdef DEVCOMM_RECORDER
+
+#include "annexb_splitter.h"
+#include "support/process.h"
+#include "support/tcp_peer.h"
+
+#include <devcomm/socket.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <sys/file.h>
+#include <sys/shm.h>
+
+namespace
+{
+
+// A ring's key that nobody else uses; what stands for it on this machine goes with the object.
+struct Ring
+{
+  ~Ring()
+  {
+    shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
+    unlink(lock.c_str());
+  }
+  int key = free_port();
+  std::string lock = "/tmp/ShmBuf_lock_" + std::to_string(key);
+};
+
+struct Answer
+{
+  std::string output;
+  std::string errors;
+  int status;
+};
+
+Answer run(const std::vector<std::string>& words)
+{
+  Process process(words);
+  const std::string output = process.read_until(1);
+  return {output, process.read_until(2), process.wait()};
+}
+
+Answer recorderctl(int port, std::vector<std::string> words)
+{
+  words.insert(words.begin(), "--port=" + std::to_string(port));
+  return run(command(DEVCOMM_RECORDERCTL, words));
+}
+
+std::string contents(const std::string& path)
+{
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// A follower of the ring that writes to a file of its own.
+struct Tap
+{
+  Tap(const Ring& ring, int reader)
+      : path(testing::TempDir() + "tap-" + std::to_string(ring.key) + "-" + std::to_string(reader)),
+        process(command(DEVCOMM_RECORDER_TAP,
+                        {"--ring", std::to_string(ring.key), "--reader", std::to_string(reader), path}))
+  {
+  }
+  ~Tap()
+  {
+    unlink(path.c_str());
+  }
+
+  // Ends it. @return its last words
+  std::string end()
+  {
+    process.signal(SIGTERM);
+    const std::string output = process.read_until(1);
+    EXPECT_EQ(process.wait(), 0) << output;
+    return output;
+  }
+
+  std::string path;
+  Process process;
+};
+
+} // namespace
+
+TEST(RecorderTogetherTest, TheStreamIsTappedWhileTheRecorderIsAskedMarkedHeardAndStopped)
+{
+  const Ring ring;
+  const int port = free_port();
+  sockaddr_in announced = {};
+  const int listener = udp_unicast_init(0, &announced);
+  Process process(recorder({"--port", std::to_string(port), "--ring", std::to_string(ring.key), "--announce",
+                            std::to_string(ntohs(announced.sin_port))},
+                           free_port()));
+  process.read_until(1, " on port ");
+  Tap first(ring, 1);
+  Tap second(ring, 2);
+  ASSERT_TRUE(eventually([&] { return contents(second.path).size() > 20000; }));
+  EXPECT_NE(second.end().find(", gaps 0\n"), std::string::npos);
+
+  const Answer status = recorderctl(port, {"status"});
+  EXPECT_EQ(status.status, 0);
+  EXPECT_EQ(status.output.find("frames "), 0U) << status.output;
+  EXPECT_NE(status.output.find("viewers 0, bytes 0, dropped 0, fix "), std::string::npos) << status.output;
+  EXPECT_EQ(recorderctl(port, {"mark", "a white", "van"}).output, "marked\n");
+  EXPECT_NE(process.read_until(1, "mark: a white van (36.06").find("mark: a white van (36.06"),
+            std::string::npos);
+
+  char text[1024];
+  ASSERT_TRUE(eventually([&] { return select_read(listener, 0) == 1; }));
+  const int length = udp_read(listener, text, sizeof text, nullptr);
+  EXPECT_EQ(std::string(text, static_cast<size_t>(std::max(length, 0))).find("frames "), 0U);
+  close(listener);
+
+  EXPECT_EQ(recorderctl(port, {"stop"}).output, "stopping\n");
+  process.read_until(1);
+  EXPECT_EQ(process.wait(), 0);
+  EXPECT_EQ(recorderctl(port, {"status"}).status, 1); // nobody is there any more
+
+  const std::string words = first.end();
+  const std::string stream = contents(first.path);
+  AnnexBSplitter splitter(stream.size());
+  splitter.push(reinterpret_cast<const uint8_t*>(stream.data()), stream.size());
+  int frames = 0;
+  for (AccessUnit unit = {}; splitter.next(unit) || splitter.finish(unit); ++frames)
+    EXPECT_TRUE(frames > 0 || unit.keyFrame);
+  EXPECT_EQ(words, "frames " + std::to_string(frames) + ", gaps 0\n");
+  if (system("command -v ffmpeg >/dev/null") == 0)
+  {
+    const Answer decoder =
+        run({"ffmpeg", "-nostdin", "-v", "error", "-f", "h264", "-i", first.path, "-f", "null", "-"});
+    EXPECT_EQ(decoder.errors, "");
+    EXPECT_EQ(decoder.status, 0);
+  }
+}
+
+TEST(RecorderTogetherTest, AThreadThatStallsIsNamedAndDelaysNoOther)
+{
+  const Ring ring;
+  const int port = free_port();
+  Process process(
+      recorder({"--port", std::to_string(port), "--ring", std::to_string(ring.key)}, free_port()));
+  process.read_until(1, "dropped 0");
+  // Whoever holds the ring's lock keeps its writer waiting.
+  const int lock = open(ring.lock.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  Peer viewer;
+  ASSERT_TRUE(viewer.Connect(port));
+  EXPECT_EQ(process.read_until(2, "stalled"), "recorder: thread 'ring writer' has stalled");
+  EXPECT_EQ(viewer.Receive(50000).size(), 50000U);
+  close(lock);
+  EXPECT_EQ(recorderctl(port, {"stop"}).output, "stopping\n");
+  process.read_until(1);
+  EXPECT_EQ(process.wait(), 0);
+}
+
+TEST(RecorderTogetherTest, WhatTheToolsCannotDoIsSaidInOneLine)
+{
+  const std::string nobody = "--port=" + std::to_string(free_port());
+  struct Case
+  {
+    const char* program;
+    std::vector<std::string> arguments;
+    int status;
+  };
+  for (const Case& one :
+       {Case{DEVCOMM_RECORDERCTL, {nobody, "status"}, 1}, Case{DEVCOMM_RECORDERCTL, {nobody, "mark"}, 2},
+        Case{DEVCOMM_RECORDERCTL, {nobody, "stop", "now"}, 2}, Case{DEVCOMM_RECORDERCTL, {"--port=0"}, 2},
+        Case{DEVCOMM_RECORDER_TAP, {"--ring=1"}, 2}, Case{DEVCOMM_RECORDER_TAP, {"file"}, 2},
+        Case{DEVCOMM_RECORDER_TAP, {"--ring=1", "--reader=11", "file"}, 2}})
+  {
+    const Answer answer = run(command(one.program, one.arguments));
+    EXPECT_EQ(answer.status, one.status) << answer.errors;
+    EXPECT_EQ(std::count(answer.errors.begin(), answer.errors.end(), '\n'), 1) << answer.errors;
+  }
+}
+
+#endif
