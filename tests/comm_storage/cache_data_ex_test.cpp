@@ -2,8 +2,12 @@
 
 #include <devcomm/cache_file.h>
 
+#include <algorithm>
+#include <atomic>
 #include <climits>
 #include <memory>
+#include <thread>
+#include <vector>
 
 namespace
 {
@@ -185,4 +189,56 @@ TEST_F(CacheFile, StandsAFileThatChangesBelowIt)
     EXPECT_EQ(save(6, ""), -1);
     EXPECT_EQ(read(), "none");
   }
+}
+
+// Two threads save, two read: nothing is lost, comes twice or is mixed up.
+TEST_F(CacheFile, BothCachesServeSeveralThreads)
+{
+  constexpr int kEach = 300;
+  CCacheData ring;
+  ring.setCacheFile("ring", 0, 0);
+  ring.openCacheFile(card.c_str());
+  open();
+  std::atomic<int> seen[2 * kEach] = {};
+  std::atomic<int> left{2 * kEach};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 2; ++t)
+  {
+    threads.emplace_back(
+        [&, t]
+        {
+          for (int i = t * kEach; i < (t + 1) * kEach; ++i)
+          {
+            EXPECT_EQ(save(i, std::to_string(i)), 0);
+          }
+        });
+    threads.emplace_back(
+        [&]
+        {
+          while (left > 0 && file->checkCacheData() >= -1)
+          {
+            std::string record = read(); // from the file to the ring, and out of that
+            if (record != "none")
+            {
+              ring.saveCacheData(stoi(record), static_cast<int>(record.size()), record.data(), true);
+            }
+            record = delivered([&](int& tag, int& len, char* data)
+                               { return ring.readCacheData(tag, len, data, true) == 1; });
+            if (record != "none")
+            {
+              const int id = stoi(record);
+              char expected[32];
+              snprintf(expected, sizeof expected, "%d:%d:%d", id, id, id);
+              EXPECT_EQ(record, expected);
+              ++seen[id];
+              --left;
+            }
+          }
+        });
+  }
+  for (std::thread& thread : threads)
+  {
+    thread.join();
+  }
+  EXPECT_TRUE(std::all_of(seen, seen + 2 * kEach, [](int times) { return times == 1; }));
 }
