@@ -232,7 +232,7 @@ int CCommCom::TakeLine(char* line, int size, int* len)
 
 int CCommCom::ReadComWithBuf(char* line, int size, int* len)
 {
-  if (len == nullptr || line == nullptr)
+  if (len == nullptr)
     return -1;
   *len = 0;
   if (m_fd < 0)
@@ -240,6 +240,8 @@ int CCommCom::ReadComWithBuf(char* line, int size, int* len)
     fprintf(stderr, "%s[%d]:serial have not open!\n", __FILE__, kLineNotOpen);
     return -1;
   }
+  if (line == nullptr)
+    return -1;
   if (TakeLine(line, size, len) > 0)
     return *len;
   if (WaitFor(POLLIN, m_tvRead, true) != 1)

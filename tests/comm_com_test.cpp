@@ -126,6 +126,10 @@ TEST_F(SerialPort, ReadsAndWritesOnceAndFailsOnTimeOut)
   EXPECT_EQ(m_port.ReadCom(buf, 9), -1);
   CCommCom never;
   EXPECT_EQ(never.Write(buf, 1) + never.Read(buf, 1) + never.IORead(buf, 1), -3);
+  int len = 7;
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(never.ReadComWithBuf(nullptr, 9, &len) == -1 && len == 0);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "source/comm_com.cpp[351]:serial have not open!\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "[ERR]Write:573\n[ERR]Write:573\n[ERR]Write:561\n[ERR]Read:482\n");
   EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0) << "closing twice leaves descriptor 0 alone";
