@@ -54,8 +54,9 @@ public:
   /// Appends a record over the oldest ones. Readers are not looked at.
   ///
   /// @param reserved  not used
-  /// @return len; -1 when not usable, or the ring is shorter than a record's 12 bytes of header. A record that
-  ///         does not fit the ring is counted and overwrites itself: readers get -3
+  /// @return len; -1 when not usable, for 2^31 bytes and more, or when the ring is shorter than a record's 12
+  ///         bytes of header. A record that does not fit the ring is counted and overwrites itself: readers
+  ///         get -3
   int ShmWrite(char* data, unsigned int len, void* reserved);
 
   /// Registers a reader for the records written from now on. An id that is registered already starts anew, and a
