@@ -17,9 +17,9 @@
 ///     ...
 ///     UdpClientUninit(client);
 ///
-/// One pass of the thread: end on a pending socket error; wait up to 20 ms for the socket; read one datagram and
-/// report RECV; send the whole queue as one datagram and report SEND. Queueing does not end the wait: what is queued
-/// within one pass leaves together, up to 20 ms later.
+/// One pass of the thread: end on a pending socket error; wait up to 20 ms for the socket; read one datagram, cut to
+/// 4096 bytes, and report RECV; send the whole queue as one datagram and report SEND. Queueing does not end the wait:
+/// what is queued within one pass leaves together, up to 20 ms later.
 ///
 /// The service ends by itself on a pending socket error (on a connected socket, a peer that is not there), on an empty
 /// datagram, on a hard read or write error (a queue above 65507 bytes does not fit a datagram and is one), and on a
@@ -80,7 +80,7 @@ DEVCOMM_API udp_client_st* UdpClientInit();
 ///
 /// @param client    from UdpClientInit; one whose service ended may be started again
 /// @param sock      a UDP socket, best a non-blocking one as socket.h makes them: its mode is left as it is. The
-///                  service's thread closes it when the result is 0
+///                  service's thread closes it when the result is 0. One below 1 ends the service at once
 /// @param peer      where every datagram goes; other senders are received from as well
 /// @param callback  gets the events; null: the service ends at once
 /// @param arg       handed to the callback

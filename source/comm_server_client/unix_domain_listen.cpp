@@ -185,6 +185,11 @@ void* StartUnixDomainListen(char* path, UnixDomainCallback_t callback, void* arg
   listener->callback = callback;
   listener->arg = arg;
   listener->thread = ThreadInit();
+  if (listener->thread == nullptr)
+  {
+    delete listener;
+    return nullptr;
+  }
   char name[64];
   snprintf(name, sizeof name, "Start Unix Domain Listen: %.36s", listener->path); // 62 characters at most
   // A thread that the system does not grant is a positive result, and leaves a handle that never listens.

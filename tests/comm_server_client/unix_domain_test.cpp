@@ -136,7 +136,7 @@ TEST(UnixDomain, LongPathsMeanTheirFirst107Characters)
 {
   const std::string head = path_in_temp("long");
   const std::string cut = head + std::string(107 - head.size(), 'p');
-  for (const size_t more : {0, 1, 5000})
+  for (const unsigned more : {0U, 1U, 5000U})
   {
     const std::string path = cut + std::string(more, 'x');
     const Listener listener(path); // over the stale file of the one before
