@@ -40,17 +40,16 @@ void load_modules()
   }
 }
 
-bool wait_for_disk()
+// @return the disk's descriptor, once the kernel has found it; -1 when it does not
+int open_disk()
 {
-  for (int tenths = 0; tenths < 300; ++tenths)
+  int fd = -1;
+  for (int tenths = 0; tenths < 300 && fd < 0; ++tenths)
   {
-    if (access(disk, F_OK) == 0)
-    {
-      return true;
-    }
-    usleep(100000);
+    fd = open(disk, O_RDWR | O_CLOEXEC);
+    usleep(fd < 0 ? 100000 : 0);
   }
-  return false;
+  return fd;
 }
 
 void report(const char* what, long value)
@@ -79,20 +78,18 @@ int transfer(int fd, unsigned char command, unsigned long long lba, Request* req
   return result_of(do_taskfile_cmd(fd, &request->head, 5));
 }
 
-void identify(int fd)
+void commands(int fd)
 {
-  unsigned char args[4 + 512] = {0xEC, 0, 0, 1};
+  unsigned char args[4 + 512] = {0xEC, 0, 0, 1}; // IDENTIFY
   report("identify", result_of(do_drive_cmd(fd, args, 5)));
-  char model[41] = {};
-  for (unsigned int i = 0; i < 40; ++i)
-  {
-    model[i] = static_cast<char>(args[4 + 54 + (i ^ 1U)]); // words 27 to 46, high byte first
-  }
-  printf("guest: model %s\n", model);
-}
+  report("model's letter", args[4 + 54 + 1]); // word 27, high byte first
+  unsigned char unknown[4] = {0xFE, 0, 0, 0};
+  report("unknown command", result_of(do_drive_cmd(fd, unknown, 5)));
+  ata_tf tf;
+  tf_init(&tf, 0x27, 0, 0);
+  report("read native max", result_of(sg16(fd, 0, 0, &tf, nullptr, 0, 5)));
+  report("last sector", static_cast<long>(tf_to_lba(&tf)));
 
-void read_and_write(int fd)
-{
   Request request = {};
   report("read by PIO", transfer(fd, 0x20, 3, &request, false));
   report("first byte", request.data[0]);
@@ -100,24 +97,7 @@ void read_and_write(int fd)
   report("first byte", request.data[0]);
   memset(request.data, 'W', sizeof request.data);
   report("write by DMA", transfer(fd, 0xCA, 5, &request, true));
-  memset(request.data, 'V', sizeof request.data);
-  report("write by PIO", transfer(fd, 0x30, 6, &request, true));
   report("read past the end", transfer(fd, 0x20, 0x0FFFFFF, &request, false));
-}
-
-void commands(int fd)
-{
-  identify(fd);
-  unsigned char power[4] = {0xE5, 0, 0, 0};
-  report("check power mode", result_of(do_drive_cmd(fd, power, 5)));
-  report("power mode", power[2]);
-  unsigned char unknown[4] = {0xFE, 0, 0, 0};
-  report("unknown command", result_of(do_drive_cmd(fd, unknown, 5)));
-  ata_tf tf;
-  tf_init(&tf, 0x27, 0, 0);
-  report("read native max", result_of(sg16(fd, 0, 0, &tf, nullptr, 0, 5)));
-  report("last sector", static_cast<long>(tf_to_lba(&tf)));
-  read_and_write(fd);
 }
 
 } // namespace
@@ -131,22 +111,16 @@ int main()
   dup2(console, STDERR_FILENO);
   setvbuf(stdout, nullptr, _IOLBF, 0);
   load_modules();
-  if (wait_for_disk())
-  {
-    const int fd = open(disk, O_RDWR | O_CLOEXEC);
-    commands(fd);
-    report("flush by descriptor", HDD_flush_wcache(fd, nullptr, 0));
-    close(fd);
-    report("flush by path", HDD_flush_wcache(0, disk, 0));
-    report("sleep", ShutdownHD(disk));
-    Request request = {};
-    const int again = open(disk, O_RDWR | O_CLOEXEC);
-    report("read after sleep", pread(again, request.data, 512, 5 * 512));
-    report("first byte", request.data[0]);
-    prefer_ata12 = 1;
-    verbose = 1;
-    report("flush by short block", HDD_flush_wcache(again, nullptr, 0));
-  }
-  report("end", 0);
+  const int fd = open_disk();
+  commands(fd);
+  report("flush by descriptor", HDD_flush_wcache(fd, nullptr, 0));
+  report("flush by path", HDD_flush_wcache(0, disk, 0));
+  report("sleep", ShutdownHD(disk));
+  char sector[512] = {};
+  report("read after sleep", pread(fd, sector, sizeof sector, 5 * 512));
+  report("first byte", sector[0]);
+  prefer_ata12 = 1;
+  verbose = 1;
+  report("flush by short block", HDD_flush_wcache(fd, nullptr, 0));
   reboot(RB_AUTOBOOT);
 }

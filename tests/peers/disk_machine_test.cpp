@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
 #include <glob.h>
@@ -181,21 +180,19 @@ TEST_F(DiskMachine, TheDiskFlushesSleepsAndWakes)
   {
     if (line.rfind("guest: ", 0) == 0)
     {
-      lines += line.substr(7, line.find_last_not_of("\r ") - 6) + "\n"; // names of models are padded
+      lines += line.substr(7, line.find_last_not_of('\r') - 6) + "\n";
     }
   }
-  EXPECT_EQ(lines, "identify 0\nmodel QEMU HARDDISK\n"
-                   "check power mode 0\npower mode 255\n"
-                   "unknown command 5\n" // EIO
+  EXPECT_EQ(lines, "identify 0\nmodel's letter 81\nunknown command 5\n" // EIO
                    "read native max 0\nlast sector 16383\n"
                    "read by PIO 0\nfirst byte 80\nread by 48-bit DMA 0\nfirst byte 68\n"
-                   "write by DMA 0\nwrite by PIO 0\nread past the end 5\n"
+                   "write by DMA 0\nread past the end 5\n"
                    "flush by descriptor 0\nflush by path 0\nsleep 0\nread after sleep 512\nfirst byte 87\n"
-                   "flush by short block 0\nend 0\n")
+                   "flush by short block 0\n")
       << said;
   EXPECT_NE(said.find("waking up from sleep"), std::string::npos); // says the kernel
   EXPECT_NE(said.find("outgoing cdb:  a1 06 20 00 00 00 00 00 40 e7 00 00"), std::string::npos);
-  EXPECT_EQ(contents(disk).substr(5 * 512, 1024), std::string(512, 'W') + std::string(512, 'V'));
+  EXPECT_EQ(contents(disk).substr(5 * 512, 512), std::string(512, 'W'));
 }
 
 #endif
