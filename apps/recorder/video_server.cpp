@@ -32,6 +32,7 @@ struct VideoServer::Viewer
   uint32_t next = 0;      // number of the frame that follows the last one taken note of; 0 before the first
   uint32_t soughtKey = 0; // key frame that the reader was last moved to
   bool awaitKey = true;   // nothing decodes before a key frame
+  bool asking = false;    // not all of the past has left yet
   bool asked = false;     // its line has come
   int64_t liveUs = monotonic_us() + kAskUs; // when live video begins without one
   Dog dog{"viewer"};
@@ -110,8 +111,10 @@ void VideoServer::close_viewer(tcp_client_st* client)
 {
   std::unique_ptr<Viewer> viewer(static_cast<Viewer*>(ClientGetPrivateData(client, kViewerSlot)));
   ClientSetPrivateData(client, kViewerSlot, nullptr);
-  if (viewer != nullptr)
-    frames_.Unregister(viewer->reader);
+  if (viewer == nullptr)
+    return;
+  end_asking(*viewer);
+  frames_.Unregister(viewer->reader);
 }
 
 // Takes the viewer's first line. @return bytes used up
@@ -137,6 +140,9 @@ int VideoServer::hear(Viewer& viewer, tcp_client_st* client, const char* data, i
 
 void VideoServer::send_past(Viewer& viewer, tcp_client_st* client, int keyFrames)
 {
+  viewer.asking = true;
+  if (++asking_ > kMaxAsking)
+    return end_asking(viewer);
   const auto take = [&](const FrameInfo_t& info, const uint8_t* data)
   {
     viewer.awaitKey = viewer.awaitKey && info.frameType != kKeyFrame;
@@ -147,6 +153,12 @@ void VideoServer::send_past(Viewer& viewer, tcp_client_st* client, int keyFrames
   // The reader stands at an earlier frame: those up to the last one will be passed over as seen.
   if (last != 0)
     viewer.next = last + 1;
+}
+
+void VideoServer::end_asking(Viewer& viewer)
+{
+  asking_ -= viewer.asking ? 1 : 0;
+  viewer.asking = false;
 }
 
 // Puts a reader a little before the newest key frame: the source may be adding a frame right now, and frames before
@@ -163,6 +175,8 @@ void VideoServer::seek_key_frame(int reader)
 
 void VideoServer::send_frames(Viewer& viewer, tcp_client_st* client)
 {
+  if (ClientGetSendBufSize(client) < kQueueBytes)
+    end_asking(viewer);
   FrameInfo_t info = {};
   for (int i = 0; i < kFramesPerEvent && ClientGetSendBufSize(client) < kQueueBytes; ++i)
   {

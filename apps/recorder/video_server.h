@@ -19,7 +19,8 @@
 ///
 /// A viewer may begin with the line "LAST N": it then gets the last N key frames (1 to FrameHistory::kMaxKeyFrames)
 /// with what follows them, and goes on live. For the line's sake live video begins kAskUs after the connection; a
-/// later one still takes the viewer back, once. All else that viewers send is ignored.
+/// later one still takes the viewer back, once. The past waits here until the viewer has taken it, so while
+/// kMaxAsking viewers have not, another who asks gets live video alone. All else that viewers send is ignored.
 class VideoServer
 {
 public:
@@ -57,6 +58,7 @@ public:
   static constexpr int kQueueBytes = 256 * 1024;
   static constexpr uint32_t kMaxFramesBehind = 75;
   static constexpr int64_t kAskUs = 200000;
+  static constexpr int kMaxAsking = 4;
 
 private:
   struct Viewer;
@@ -67,6 +69,7 @@ private:
   void close_viewer(tcp_client_st* client);
   int hear(Viewer& viewer, tcp_client_st* client, const char* data, int length);
   void send_past(Viewer& viewer, tcp_client_st* client, int keyFrames);
+  void end_asking(Viewer& viewer);
   void seek_key_frame(int reader);
   void send_frames(Viewer& viewer, tcp_client_st* client);
   bool wanted(Viewer& viewer, const FrameInfo_t& info);
@@ -78,4 +81,5 @@ private:
   tcp_server_st* server_;
   std::atomic<uint64_t> bytes_{0};
   std::atomic<uint64_t> dropped_{0};
+  std::atomic<int> asking_{0}; // viewers who have not taken all of the past yet
 };

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -293,6 +294,21 @@ TEST(RecorderTest, AViewerThatAsksGetsThePastFirstAndThenGoesOnLive)
   viewer.ask("T 2\n");
   viewer.receive(30);
   feed(kPast, kFrames);
+
+  // The past is held for a few viewers only: those who leave it there do not fill the memory.
+  std::list<Viewer> lazy;
+  for (int i = 0; i < 4; ++i)
+  {
+    lazy.emplace_back(port, 4096);
+    lazy.back().ask("LAST 15\n");
+    lazy.back().receive(1);
+    EXPECT_EQ(number_of(lazy.back().frames.at(0)), 0);
+  }
+  Viewer fifth(port);
+  fifth.ask("LAST 15\n");
+  fifth.receive(1);
+  EXPECT_EQ(number_of(fifth.frames.at(0)), 125);
+  lazy.clear();
   process.close_in();
   viewer.receive(kAll);
   EXPECT_EQ(viewer.frames.size(), static_cast<size_t>(kFrames - 75));
