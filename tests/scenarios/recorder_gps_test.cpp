@@ -120,7 +120,7 @@ double cpu_seconds(pid_t pid)
 TEST(RecorderGpsTest, TheSimulatedDriveCrossesBothFencesAndATunnel)
 {
   const int port = free_port();
-  Process process(recorder({"--port", std::to_string(free_port()), "--gps-rate=10"}, port));
+  RecorderProcess process(free_port(), {"--gps-rate=10"}, port);
   process.read_until(1, " on port ");
   Navigator navigator(port);
   const _nmeaGPRMC in_town = navigator.next('A');
@@ -156,7 +156,7 @@ TEST(RecorderGpsTest, AReceiverThatIsPulledOutCostsNothingAndIsFoundAgain)
   const std::string name = testing::TempDir() + "gps-line-" + std::to_string(getpid());
   const int port = free_port();
   auto receiver = std::make_unique<FakeReceiver>(name, "4807.03800,S,01131.00000,W");
-  Process process(recorder({"--port", std::to_string(free_port()), "--gps", name}, port));
+  RecorderProcess process(free_port(), {"--gps", name}, port);
   process.read_until(1, " on port ");
   Navigator navigator(port);
   _nmeaGPRMC rmc = navigator.next('A');

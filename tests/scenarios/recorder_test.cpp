@@ -27,11 +27,6 @@
 namespace
 {
 
-std::vector<std::string> own_recorder(const std::vector<std::string>& arguments)
-{
-  return recorder(arguments, free_port());
-}
-
 sockaddr_in loopback(int port)
 {
   sockaddr_in address = {};
@@ -158,13 +153,13 @@ TEST(RecorderTest, WhatItCannotDoIsSaidInOneLine)
                                    {{"--port", port, "--input", "/dev/null"}, 1}};
   for (const Case& one : cases)
   {
-    Process process(own_recorder(one.arguments));
+    Process process(command(DEVCOMM_RECORDER, one.arguments));
     const std::string errors = process.read_until(2);
     EXPECT_EQ(process.wait(), one.status) << one.arguments.back();
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
     EXPECT_EQ(errors.find("recorder: "), 0U) << errors;
   }
-  Process help(own_recorder({"--help"}));
+  Process help(command(DEVCOMM_RECORDER, {"--help"}));
   EXPECT_NE(help.read_until(1).find("--seconds N"), std::string::npos);
   EXPECT_EQ(help.wait(), 0);
 }
@@ -174,7 +169,7 @@ TEST(RecorderTest, TheClipIsServedFromAKeyFrameUntilAStop)
   for (int stop : {SIGTERM, SIGINT, 0})
   {
     const int port = free_port();
-    Process process(own_recorder({"--port", std::to_string(port), "--seconds", stop == 0 ? "2" : "1000"}));
+    RecorderProcess process(port, {"--seconds", stop == 0 ? "2" : "1000"});
     process.read_until(1, " on port ");
     Viewer first(port);
     Viewer second(port);
@@ -204,7 +199,7 @@ TEST(RecorderTest, AViewerThatStopsReadingLosesFramesAloneAndGoesOnAtAKeyFrame)
   constexpr int kFrames = 400;
   constexpr int kAtOnce = 5;
   const int port = free_port();
-  Process process(own_recorder({"--port", std::to_string(port), "--input", "-"}));
+  RecorderProcess process(port, {"--input", "-"});
   process.read_until(1, " on port ");
   Viewer quick(port);
   Viewer stopped(port, 4096);
@@ -263,7 +258,7 @@ TEST(RecorderTest, AViewerThatAsksGetsThePastFirstAndThenGoesOnLive)
   constexpr int kPast = 110;
   constexpr int kFrames = 130;
   const int port = free_port();
-  Process process(own_recorder({"--port", std::to_string(port), "--input", "-"}));
+  RecorderProcess process(port, {"--input", "-"});
   process.read_until(1, " on port ");
   Viewer witness(port);
   const auto feed = [&](int from, int to)
@@ -322,10 +317,10 @@ TEST(RecorderTest, AnotherProgramDecodesTheStreamWithoutAnError)
     GTEST_SKIP() << "the recorder runs under emulation";
   if (system("command -v ffmpeg >/dev/null") != 0)
     GTEST_SKIP() << "ffmpeg is not installed";
-  const std::string port = std::to_string(free_port());
-  Process process(own_recorder({"--port", port, "--seconds", "60"}));
+  const int port = free_port();
+  RecorderProcess process(port, {"--seconds", "60"});
   process.read_until(1, " on port ");
-  const std::string url = "tcp://127.0.0.1:" + port;
+  const std::string url = "tcp://127.0.0.1:" + std::to_string(port);
   Process decoder(
       {"ffmpeg", "-nostdin", "-v", "error", "-f", "h264", "-i", url, "-t", "2", "-f", "null", "-"});
   EXPECT_EQ(decoder.read_until(2), "");

@@ -96,9 +96,8 @@ TEST(RecorderTogetherTest, TheStreamIsTappedWhileTheRecorderIsAskedMarkedHeardAn
   const int port = free_port();
   sockaddr_in announced = {};
   const int listener = udp_unicast_init(0, &announced);
-  Process process(recorder({"--port", std::to_string(port), "--ring", std::to_string(ring.key), "--announce",
-                            std::to_string(ntohs(announced.sin_port))},
-                           free_port()));
+  RecorderProcess process(
+      port, {"--ring", std::to_string(ring.key), "--announce", std::to_string(ntohs(announced.sin_port))});
   process.read_until(1, " on port ");
   Tap first(ring, 1);
   Tap second(ring, 2);
@@ -145,8 +144,7 @@ TEST(RecorderTogetherTest, AThreadThatStallsIsNamedAndDelaysNoOther)
 {
   const Ring ring;
   const int port = free_port();
-  Process process(
-      recorder({"--port", std::to_string(port), "--ring", std::to_string(ring.key)}, free_port()));
+  RecorderProcess process(port, {"--ring", std::to_string(ring.key)});
   process.read_until(1, "dropped 0");
   // Whoever holds the ring's lock keeps its writer waiting.
   const int lock = open(ring.lock.c_str(), O_RDWR | O_CLOEXEC);

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "support/tcp_peer.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -139,10 +142,29 @@ inline std::vector<std::string> command(const char* program, const std::vector<s
 }
 
 #ifdef DEVCOMM_RECORDER
-/// The recorder on ports of its own, unless the arguments name others.
-inline std::vector<std::string> recorder(std::vector<std::string> arguments, int gpsPort)
+/// A recorder on ports of its own.
+class RecorderProcess : public Process
 {
-  arguments.push_back("--gps-port=" + std::to_string(gpsPort));
-  return command(DEVCOMM_RECORDER, arguments);
-}
+public:
+  RecorderProcess(int port, std::vector<std::string> arguments, int gpsPort = free_port())
+      : Process(command(DEVCOMM_RECORDER, with_ports(std::move(arguments), port, gpsPort))),
+        socket_("/tmp/recorder-" + std::to_string(port) + ".sock")
+  {
+  }
+
+  ~RecorderProcess()
+  {
+    unlink(socket_.c_str()); // one that is killed leaves it behind
+  }
+
+private:
+  static std::vector<std::string> with_ports(std::vector<std::string> arguments, int port, int gpsPort)
+  {
+    arguments.push_back("--port=" + std::to_string(port));
+    arguments.push_back("--gps-port=" + std::to_string(gpsPort));
+    return arguments;
+  }
+
+  std::string socket_;
+};
 #endif
