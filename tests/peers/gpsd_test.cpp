@@ -54,7 +54,7 @@ std::string write_log(int seconds)
   std::ofstream log(path);
   for (int second = 0; second < seconds; ++second)
   {
-    char time[16];
+    char time[32];
     snprintf(time, sizeof time, "10%02d%02d.00", 10 + second / 60, second % 60);
     const std::string place = dm(lat_of(second), 2) + ",N," + dm(-lon_of(second), 3) + ",W,";
     log << sentence(std::string("GPGGA,") + time + "," + place + "1,08,0.9,545.4,M,46.9,M,,")
