@@ -64,11 +64,11 @@ bool is_always_28_bit(unsigned char cmd)
   return memchr(commands, cmd, sizeof commands) != nullptr;
 }
 
-// The highest 28-bit address is never used: some disks answer it wrongly.
+// A disk tells at most 0x0FFFFFFF sectors in 28 bits, so that the last address is one less.
 bool fits_28_bits(unsigned long long lba, unsigned int nsect)
 {
-  constexpr unsigned long long last = 0x0FFFFFFF;
-  return lba < last && (nsect == 0 || (nsect < 256 && lba + nsect - 1 < last));
+  constexpr unsigned long long sectors = 0x0FFFFFFF;
+  return lba < sectors && (nsect == 0 || (nsect < 256 && lba + nsect - 1 < sectors));
 }
 
 unsigned char byte_of(unsigned long long value, unsigned int index)
