@@ -56,6 +56,8 @@ private:
   Peer peer_;
 };
 
+constexpr char kNoise[] = "\0$GPRMC,*\n$*\n*\n\n"; // with a zero at either end
+
 std::string sentence(const std::string& body)
 {
   char text[128];
@@ -93,7 +95,7 @@ private:
       const std::string time = "1011" + std::to_string(100 + second).substr(1);
       std::string damaged = sentence("GPRMC," + time + ",A,0100.0,N,00100.0,E,,,230326,,,A");
       damaged[20] ^= 1;
-      const std::string text = std::string("\0$GPRMC,*\n$*\n*\n\n", 18) + damaged +
+      const std::string text = std::string(kNoise, sizeof kNoise) + damaged +
                                sentence("GNRMC," + time + ",A," + place_ + ",022.4,084.4,230326,,,A");
       EXPECT_NE(write(line_, text.data(), text.size()), 0);
       usleep(50000);
