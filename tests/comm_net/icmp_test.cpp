@@ -1,5 +1,7 @@
 #include <devcomm/icmp.h>
 
+#include "support/net_namespace.h"
+
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -7,14 +9,12 @@
 #include <net/if.h>
 #include <netpacket/packet.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -33,72 +33,15 @@ double seconds_of(const std::function<void()>& work)
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-bool run(const std::string& command)
+/// Commands that put 10.9.0.1 on a veth pair whose other end has the hardware address of 10.9.0.2.
+/// @param then  brings up the other end; done when packets pass
+std::string cable(const std::string& then)
 {
-  return system((command + " >/dev/null 2>&1").c_str()) == 0;
+  return "ip link set lo up && ip link add name va type veth peer name vb && "
+         "ip link set dev vb address 02:00:00:00:00:02 && ip addr add 10.9.0.1/24 dev va && "
+         "ip link set dev va up && ip neigh add 10.9.0.2 lladdr 02:00:00:00:00:02 dev va && " +
+         then + " && until ip link show va | grep -v 'qdisc noop' | grep 'state UP'; do sleep 0.01; done";
 }
-
-/// Network namespaces of this thread's own, left at the end. In the one it starts in, 10.9.0.1 sees a host
-/// at the end "vb" of a veth pair.
-class Network
-{
-public:
-  ~Network()
-  {
-    for (int ns : {m_far, m_home})
-    {
-      if (ns >= 0)
-      {
-        EXPECT_EQ(setns(m_home, CLONE_NEWNET), 0);
-        close(ns);
-      }
-    }
-  }
-  /// @param far  the host is a namespace with 10.9.0.2; else just the other end of the pair
-  /// @return why there is none, or ""
-  std::string Make(bool far)
-  {
-    if (!run("ip link show"))
-    {
-      return "needs ip of iproute2";
-    }
-    m_home = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-    if (m_home < 0 || unshare(CLONE_NEWNET) != 0)
-    {
-      return std::string("needs the right to make a network namespace: ") + strerror(errno);
-    }
-    std::string netns;
-    if (far)
-    {
-      m_far = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-      netns = " netns /proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_far);
-      EXPECT_EQ(unshare(CLONE_NEWNET), 0);
-    }
-    const std::string commands = "ip link set lo up && ip link add name va type veth peer name vb && "
-                                 "ip link set dev vb address 02:00:00:00:00:02 && "
-                                 "ip addr add 10.9.0.1/24 dev va && ip link set dev va up && "
-                                 "ip neigh add 10.9.0.2 lladdr 02:00:00:00:00:02 dev va && "
-                                 "ip link set dev vb up";
-    if (!run(commands + netns))
-    {
-      return "needs veth pairs";
-    }
-    return far && !RunFar("ip addr add 10.9.0.2/24 dev vb && ip link set dev vb up") ? "needs a far host"
-                                                                                     : "";
-  }
-  bool RunFar(const std::string& command)
-  {
-    const int here = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-    const bool done = setns(m_far, CLONE_NEWNET) == 0 && run(command);
-    EXPECT_EQ(setns(here, CLONE_NEWNET), 0);
-    close(here);
-    return done;
-  }
-
-private:
-  int m_home = -1;
-  int m_far = -1;
-};
 
 /// The host at "vb", by a script: what comes back for each request, as whole IP packets.
 class ScriptedHost
@@ -190,6 +133,83 @@ int unpack_exact(const std::string& packet, timeval* now, double* rttMs, unsigne
 constexpr size_t kIdentifier = 24;
 constexpr size_t kSequence = 26;
 
+void ask_real_hosts()
+{
+  CICMP icmp;
+  for (const char* up : {"127.0.0.1", "10.9.0.1", "10.9.0.2"})
+  {
+    SCOPED_TRACE(up);
+    EXPECT_EQ(icmp.NetIsOk(up), 1);
+    EXPECT_EQ(Ping(up, 3), 3);
+  }
+  EXPECT_TRUE(run_shell("ip -n far addr flush dev vb"));
+  const double waited = seconds_of([] { EXPECT_EQ(Ping("10.9.0.2", 1), 0); });
+  EXPECT_GE(waited, 1.2);
+  EXPECT_LT(waited, 5);
+
+  EXPECT_TRUE(run_shell("ip link set dev va down"));
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(icmp.NetIsOk("10.9.0.2"), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "[NetStatus]  error : sendto error\n[NetStatus]  error : send_packet\n");
+  EXPECT_EQ(Ping("10.9.0.2", 1), -1);
+  EXPECT_EQ(Ping("10.9.0.2", 0), 0);
+}
+
+void ask_scripted_hosts()
+{
+  const auto ask = [](const ScriptedHost::Script& script, int* answered)
+  {
+    ScriptedHost host(script);
+    CICMP icmp;
+    const double waited = seconds_of([&] { *answered = icmp.NetIsOk("10.9.0.2"); });
+    EXPECT_LE(host.requests, 2);
+    return waited;
+  };
+  int answered = -1;
+  EXPECT_LT(ask([](int n, const std::string& right) { return Packets{with(right, kIdentifier, n == 0)}; },
+                &answered),
+            1.9);
+  EXPECT_EQ(answered, 1);
+  // The right reply behind another packet comes too late for its attempt.
+  EXPECT_LT(ask(
+                [](int, const std::string& right) {
+                  return Packets{with(right, kSequence, 2), right};
+                },
+                &answered),
+            1.9);
+  EXPECT_EQ(answered, 0);
+  const double waited =
+      ask([](int n, const std::string& right) { return n == 0 ? Packets{} : Packets{right}; }, &answered);
+  EXPECT_GE(waited, 2);
+  EXPECT_LT(waited, 3.9);
+  EXPECT_EQ(answered, 1);
+
+  const auto count = [](int requests, int* sent, const ScriptedHost::Script& script)
+  {
+    ScriptedHost host(script);
+    const int got = Ping("10.9.0.2", requests);
+    *sent = host.requests;
+    return got;
+  };
+  int sent = -1;
+  const auto loyal = [](int, const std::string& right)
+  {
+    return Packets{with(right, kSequence, 64)};
+  };
+  EXPECT_EQ(count(50, &sent, loyal), 10); // whatever the request number
+  EXPECT_EQ(sent, 10);
+  EXPECT_EQ(count(0, &sent, loyal), 0);
+  EXPECT_EQ(sent, 0);
+  EXPECT_EQ(
+      count(4, &sent,
+            [](int n, const std::string& right) {
+              return Packets{n == 0 ? with(right, kIdentifier, 1) : n == 1 ? with(right, 20, 3) : right};
+            }),
+      2);
+  EXPECT_EQ(sent, 4);
+}
+
 } // namespace
 
 TEST(Icmp, PacketsHaveTheirLayoutAndGarbageIsRefused)
@@ -275,89 +295,13 @@ TEST(Icmp, TellsWhyItCannotAsk)
 
 TEST(Icmp, HostsAnswerWhileTheyAreUp)
 {
-  Network network;
-  const std::string missing = network.Make(true);
-  if (!missing.empty())
-  {
-    GTEST_SKIP() << missing;
-  }
-  CICMP icmp;
-  for (const char* up : {"127.0.0.1", "10.9.0.1", "10.9.0.2"})
-  {
-    SCOPED_TRACE(up);
-    EXPECT_EQ(icmp.NetIsOk(up), 1);
-    EXPECT_EQ(Ping(up, 3), 3);
-  }
-  EXPECT_TRUE(network.RunFar("ip addr flush dev vb"));
-  const double waited = seconds_of([] { EXPECT_EQ(Ping("10.9.0.2", 1), 0); });
-  EXPECT_GE(waited, 1.2);
-  EXPECT_LT(waited, 5);
-
-  EXPECT_TRUE(run("ip link set dev va down"));
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(icmp.NetIsOk("10.9.0.2"), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "[NetStatus]  error : sendto error\n[NetStatus]  error : send_packet\n");
-  EXPECT_EQ(Ping("10.9.0.2", 1), -1);
-  EXPECT_EQ(Ping("10.9.0.2", 0), 0);
+  in_network_namespace("mount -t tmpfs none /run && ip netns add far && " +
+                           cable("ip link set dev vb netns far && ip -n far addr add 10.9.0.2/24 dev vb && "
+                                 "ip -n far link set dev vb up"),
+                       ask_real_hosts);
 }
 
 TEST(Icmp, OnlyTheRightReplyCountsAndAnyOtherPacketEndsTheAttempt)
 {
-  Network network;
-  const std::string missing = network.Make(false);
-  if (!missing.empty())
-  {
-    GTEST_SKIP() << missing;
-  }
-  const auto ask = [](const ScriptedHost::Script& script, int* answered)
-  {
-    ScriptedHost host(script);
-    CICMP icmp;
-    const double waited = seconds_of([&] { *answered = icmp.NetIsOk("10.9.0.2"); });
-    EXPECT_LE(host.requests, 2);
-    return waited;
-  };
-  int answered = -1;
-  EXPECT_LT(ask([](int n, const std::string& right) { return Packets{with(right, kIdentifier, n == 0)}; },
-                &answered),
-            1.9);
-  EXPECT_EQ(answered, 1);
-  // The right reply behind another packet comes too late for its attempt.
-  EXPECT_LT(ask(
-                [](int, const std::string& right) {
-                  return Packets{with(right, kSequence, 2), right};
-                },
-                &answered),
-            1.9);
-  EXPECT_EQ(answered, 0);
-  const double waited =
-      ask([](int n, const std::string& right) { return n == 0 ? Packets{} : Packets{right}; }, &answered);
-  EXPECT_GE(waited, 2);
-  EXPECT_LT(waited, 3.9);
-  EXPECT_EQ(answered, 1);
-
-  const auto count = [](int requests, int* sent, const ScriptedHost::Script& script)
-  {
-    ScriptedHost host(script);
-    const int got = Ping("10.9.0.2", requests);
-    *sent = host.requests;
-    return got;
-  };
-  int sent = -1;
-  const auto loyal = [](int, const std::string& right)
-  {
-    return Packets{with(right, kSequence, 64)};
-  };
-  EXPECT_EQ(count(50, &sent, loyal), 10); // whatever the request number
-  EXPECT_EQ(sent, 10);
-  EXPECT_EQ(count(0, &sent, loyal), 0);
-  EXPECT_EQ(sent, 0);
-  EXPECT_EQ(
-      count(4, &sent,
-            [](int n, const std::string& right) {
-              return Packets{n == 0 ? with(right, kIdentifier, 1) : n == 1 ? with(right, 20, 3) : right};
-            }),
-      2);
-  EXPECT_EQ(sent, 4);
+  in_network_namespace(cable("ip link set dev vb up"), ask_scripted_hosts);
 }
