@@ -32,7 +32,8 @@ typedef int SHM_USERID_T;
 ///
 /// Every member runs under the exclusive lock of the file "/tmp/ShmBuf_lock_" + key in decimal, between processes
 /// and between objects, and under a mutex between the threads that share one object. A child of fork shares its
-/// parent's descriptor, and so excludes nothing: let it make an object of its own.
+/// parent's descriptor, and so excludes nothing: let it make an object of its own. The file must stay while the ring
+/// is in use: who opens a new one is not excluded by those who have the old one.
 ///
 /// Nothing found in a segment is trusted: whatever stands there, no member reads or writes outside of it.
 /// An object without a lock file or a segment is not usable, and every member says so by its result.
