@@ -24,6 +24,13 @@ int64_t monotonic_ns()
 
 Deadline::Deadline(int seconds) : m_atNs(monotonic_ns() + seconds * kNsPerSecond) {}
 
+Deadline Deadline::AfterMs(int milliseconds)
+{
+  Deadline deadline(0);
+  deadline.m_atNs += milliseconds * kNsPerMs;
+  return deadline;
+}
+
 int Deadline::LeftMs() const
 {
   const int64_t leftNs = m_atNs - monotonic_ns();

@@ -2,11 +2,12 @@
 
 #include <cstdint>
 
-/// A moment some seconds from now, on the clock that nobody sets.
+/// A moment some time from now, on the clock that nobody sets.
 class Deadline
 {
 public:
   explicit Deadline(int seconds);
+  static Deadline AfterMs(int milliseconds);
 
   /// Milliseconds left, rounded up, 0 when it has passed; never more than INT_MAX.
   int LeftMs() const;

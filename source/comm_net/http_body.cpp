@@ -118,7 +118,7 @@ int HttpBody::Read(int len)
   {
     return -1;
   }
-  Patience patience;
+  Deadline patience(kHttpPatienceSec);
   for (int done = 0; done < len;)
   {
     const int want = std::min(len - done, static_cast<int>(sizeof m_h->buf));
@@ -138,7 +138,7 @@ int HttpBody::Read(int len)
     m_h->recv_bytes += std::min(stored, INT32_MAX - m_h->recv_bytes);
     if (stored > 0)
     {
-      patience = Patience();
+      patience = Deadline(kHttpPatienceSec);
     }
   }
   return len;

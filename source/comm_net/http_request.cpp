@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -36,19 +37,16 @@ bool connect_through_signals(int sock, const sockaddr_in& peer)
   {
     return true;
   }
-  const Patience patience;
-  while (errno == EINTR)
+  if (errno != EINTR)
   {
-    if (select_write(sock, kHttpPatienceSec * 1000) > 0)
-    {
-      return check_sock_err(sock) == 0;
-    }
-    if (patience.IsOver())
-    {
-      errno = EINPROGRESS; // as connect itself says when its time is over
-    }
+    return false;
   }
-  return false;
+  const int ready = wait_through_signals(sock, POLLOUT, Deadline(kHttpPatienceSec));
+  if (ready == 0)
+  {
+    errno = EINPROGRESS; // as connect itself says when its time is over
+  }
+  return ready > 0 && check_sock_err(sock) == 0;
 }
 
 int64_t length_of_file(const char* path)

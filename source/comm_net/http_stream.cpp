@@ -8,14 +8,7 @@
 namespace
 {
 
-int64_t monotonic_ms()
-{
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
-
-ReadEnd why_short(FILE* in, const Patience& patience)
+ReadEnd why_short(FILE* in, const Deadline& patience)
 {
   const bool failed = ferror(in) != 0;
   const int error = errno;
@@ -27,21 +20,14 @@ ReadEnd why_short(FILE* in, const Patience& patience)
   }
   if (error == EINTR)
   {
-    return patience.IsOver() ? ReadEnd::Silent : ReadEnd::Signal;
+    return patience.LeftMs() == 0 ? ReadEnd::Silent : ReadEnd::Signal;
   }
   return error == EAGAIN || error == EWOULDBLOCK ? ReadEnd::Silent : ReadEnd::Error;
 }
 
 } // namespace
 
-Patience::Patience() : m_endMs(monotonic_ms() + kHttpPatienceSec * 1000) {}
-
-bool Patience::IsOver() const
-{
-  return monotonic_ms() >= m_endMs;
-}
-
-ReadEnd read_block(FILE* in, char* block, size_t size, const Patience& patience, size_t* got)
+ReadEnd read_block(FILE* in, char* block, size_t size, const Deadline& patience, size_t* got)
 {
   errno = 0;
   *got = fread(block, 1, size, in);
@@ -50,7 +36,7 @@ ReadEnd read_block(FILE* in, char* block, size_t size, const Patience& patience,
 
 ReadEnd read_whole(FILE* in, char* block, size_t size)
 {
-  Patience patience;
+  Deadline patience(kHttpPatienceSec);
   size_t done = 0;
   for (;;)
   {
@@ -63,7 +49,7 @@ ReadEnd read_whole(FILE* in, char* block, size_t size)
     done += got;
     if (got > 0)
     {
-      patience = Patience();
+      patience = Deadline(kHttpPatienceSec);
     }
   }
 }
@@ -75,7 +61,7 @@ size_t read_line(http_t* h)
   int c = 0;
   while (len + 1 < sizeof h->buf && c != '\n')
   {
-    Patience patience;
+    Deadline patience(kHttpPatienceSec);
     ReadEnd end = ReadEnd::Full;
     while ((c = getc_unlocked(h->in)) == EOF && (end = why_short(h->in, patience)) == ReadEnd::Signal)
     {

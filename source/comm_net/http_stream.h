@@ -1,5 +1,7 @@
 #pragma once
 
+#include "comm_net/deadline.h"
+
 #include <devcomm/http_download.h>
 
 /// Seconds that connecting, sending or a wait for data may take.
@@ -18,21 +20,11 @@ enum class ReadEnd
   Error   ///< errno tells
 };
 
-/// The time a peer may keep silent. The socket's own time-out begins anew after each signal; this does not.
-class Patience
-{
-public:
-  Patience();
-  bool IsOver() const;
-
-private:
-  int64_t m_endMs;
-};
-
 /// Reads a block of bytes; the stream can be read on after any end.
 ///
-/// @param got  receives the number of bytes read, also when the block came short
-ReadEnd read_block(FILE* in, char* block, size_t size, const Patience& patience, size_t* got);
+/// @param patience  until when the peer may keep silent; the socket's own time-out begins anew with a signal
+/// @param got       receives the number of bytes read, also when the block came short
+ReadEnd read_block(FILE* in, char* block, size_t size, const Deadline& patience, size_t* got);
 
 /// read_block through all signals.
 ReadEnd read_whole(FILE* in, char* block, size_t size);

@@ -1,11 +1,10 @@
 #include "comm_net/icmp_packet.h"
 
+#include "comm_net/deadline.h"
+
 #include <devcomm/socket.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -17,28 +16,6 @@ namespace
 constexpr int kIpHeadSize = 20;
 constexpr int kIpSource = 12;
 constexpr int kIpDestination = 16;
-
-int64_t monotonic_ms()
-{
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
-
-/// Waits for any packet, through signals.
-int wait_readable(int sock, int64_t endMs)
-{
-  for (;;)
-  {
-    pollfd entry{sock, POLLIN, 0};
-    const auto left = static_cast<int>(std::max<int64_t>(endMs - monotonic_ms(), 0));
-    const int ready = poll(&entry, 1, left);
-    if (ready >= 0 || errno != EINTR)
-    {
-      return ready;
-    }
-  }
-}
 
 /// Takes the next packet away if it is a request of this process to itself. @return whether it was
 bool drop_own_request(int sock, int pid)
@@ -153,11 +130,11 @@ int open_raw_socket()
 
 int wait_for_packet(int sock, int pid, int timeoutMs)
 {
-  const int64_t endMs = monotonic_ms() + timeoutMs;
+  const Deadline deadline = Deadline::AfterMs(timeoutMs);
   int ready = 0;
   do
   {
-    ready = wait_readable(sock, endMs);
+    ready = wait_through_signals(sock, POLLIN, deadline);
   } while (ready > 0 && drop_own_request(sock, pid));
   return ready;
 }

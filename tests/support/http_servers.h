@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-// Two HTTP servers of the distribution (scripts/peers unpacks them), each set up to serve the folder "www" of a scratch folder on a loopback
-// port: /NAME as a file, /slow/NAME at 1 MB/s, /chunked.cgi as the file "file" in chunks, and /moved, a redirect
-// (302) to /file.
+// Two HTTP servers of the distribution (scripts/peers unpacks them), each set up to serve the folder "www" of a
+// scratch folder on a loopback port: /NAME as a file, /slow/NAME at 1 MB/s, /chunked.cgi as the file "file" in
+// chunks, and /moved, a redirect (302) to /file.
 
 struct HttpServerSetup
 {
