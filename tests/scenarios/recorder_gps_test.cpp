@@ -70,11 +70,10 @@ class FakeReceiver
 {
 public:
   FakeReceiver(const std::string& name, const std::string& place)
-      : line_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)), place_(place)
+      : name_(name), line_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)), place_(place)
   {
     EXPECT_EQ(grantpt(line_), 0);
     EXPECT_EQ(unlockpt(line_), 0);
-    unlink(name.c_str());
     EXPECT_EQ(symlink(ptsname(line_), name.c_str()), 0);
     set_block_ctl(line_, 1);
     thread_ = std::thread([this] { talk(); });
@@ -84,6 +83,7 @@ public:
   {
     done_ = true;
     thread_.join();
+    unlink(name_.c_str()); // before the terminal's number becomes somebody else's
     close(line_);
   }
 
@@ -102,6 +102,7 @@ private:
     }
   }
 
+  std::string name_;
   int line_;
   std::string place_;
   std::atomic<bool> done_{false};
@@ -177,7 +178,6 @@ TEST(RecorderGpsTest, AReceiverThatIsPulledOutCostsNothingAndIsFoundAgain)
   while (rmc.status == 'A' && rmc.ns == 'S')
     rmc = navigator.next('A');
   EXPECT_EQ(std::make_tuple(rmc.lat, rmc.ns, rmc.lon, rmc.ew), std::make_tuple(3400.0, 'N', 15100.0, 'E'));
-  unlink(name.c_str());
 }
 
 #endif
