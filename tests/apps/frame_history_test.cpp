@@ -16,7 +16,10 @@ TEST(FrameHistoryTest, WhatItHandsOutIsWholeAndWithoutAGap)
   EXPECT_EQ(history.last(1, [](const FrameInfo_t&, const uint8_t*) { FAIL(); }), 0U);
 
   std::mt19937 engine(7);
-  const auto random = [&] { return static_cast<uint32_t>(engine()); };
+  const auto random = [&]
+  {
+    return static_cast<uint32_t>(engine());
+  };
   std::vector<uint32_t> keys;
   std::vector<uint32_t> sizes(1);
   size_t asked_in_full = 0;
