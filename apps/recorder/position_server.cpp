@@ -67,9 +67,9 @@ PositionServer::~PositionServer()
 
 bool PositionServer::start(int port)
 {
-  return server_ != nullptr &&
-         ServerStartListen(server_, port, kTimeoutMs, kMaxPeers, on_event, nullptr) == 0 &&
-         ServerGetStatus(server_) != 0;
+  listening_ =
+      server_ != nullptr && ServerStartListen(server_, port, kTimeoutMs, kMaxPeers, on_event, nullptr) == 0;
+  return listening_ && ServerGetStatus(server_) != 0;
 }
 
 // Only the watchdog has to do with a peer; sentences are queued for all by on_position().
@@ -87,10 +87,17 @@ int PositionServer::on_event(SERVICE_STATE_E state, const char* /*data*/, int le
   return len;
 }
 
+void PositionServer::ask_stop()
+{
+  if (listening_)
+    ThreadSetStatus(server_->thread, 0);
+}
+
 bool PositionServer::stop()
 {
-  if (ServerGetStatus(server_) != 0)
+  if (listening_)
     ServerStopListen(server_);
+  listening_ = false;
   return ServerGetConnCount(server_) == 0;
 }
 

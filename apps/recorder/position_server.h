@@ -19,6 +19,10 @@ public:
   /// Listens on port on all addresses. @return false when that fails
   bool start(int port);
 
+  /// Asks the listening to end, without waiting, so that several servers can end at a time. stop() is still to be
+  /// called.
+  void ask_stop();
+
   /// Stops listening and ends the connections. @return false when a connection still runs
   bool stop();
 
@@ -29,5 +33,6 @@ private:
                       tcp_client_st* client, void* arg);
 
   tcp_server_st* server_;
+  bool listening_ = false;
   int64_t sentTime_ = 0;
 };

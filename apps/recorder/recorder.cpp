@@ -65,6 +65,8 @@ bool Recorder::start_parts()
 // Whoever asks first, then viewers, then what feeds them.
 bool Recorder::stop()
 {
+  videoServer_.ask_stop();
+  positionServer_.ask_stop();
   controlServer_.stop();
   const bool stopped = videoServer_.stop();
   ringWriter_.Stop();

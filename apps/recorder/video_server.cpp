@@ -51,15 +51,22 @@ VideoServer::~VideoServer()
 
 bool VideoServer::start(int port)
 {
-  return server_ != nullptr &&
-         ServerStartListen(server_, port, kTimeoutMs, kMaxViewers, on_event, this) == 0 &&
-         ServerGetStatus(server_) != 0;
+  listening_ =
+      server_ != nullptr && ServerStartListen(server_, port, kTimeoutMs, kMaxViewers, on_event, this) == 0;
+  return listening_ && ServerGetStatus(server_) != 0;
+}
+
+void VideoServer::ask_stop()
+{
+  if (listening_)
+    ThreadSetStatus(server_->thread, 0);
 }
 
 bool VideoServer::stop()
 {
-  if (ServerGetStatus(server_) != 0)
+  if (listening_)
     ServerStopListen(server_);
+  listening_ = false;
   return ServerGetConnCount(server_) == 0;
 }
 

@@ -36,6 +36,10 @@ public:
   /// Listens on port on all addresses. @return false when that fails
   bool start(int port);
 
+  /// Asks the listening to end, without waiting, so that several servers can end at a time. stop() is still to be
+  /// called.
+  void ask_stop();
+
   /// Stops listening and ends the connections; takes up to a second, longer only if a connection hangs.
   /// @return false when a connection still runs: then nothing that it uses may be freed
   bool stop();
@@ -79,6 +83,7 @@ private:
   FrameHistory& history_;
   const MediaSource& source_;
   tcp_server_st* server_;
+  bool listening_ = false;
   std::atomic<uint64_t> bytes_{0};
   std::atomic<uint64_t> dropped_{0};
   std::atomic<int> asking_{0}; // viewers who have not taken all of the past yet
