@@ -138,6 +138,7 @@ TEST(RecorderTest, WhatItCannotDoIsSaidInOneLine)
     int status;
   };
   const std::string port = std::to_string(free_port());
+  const std::string gpsPort = std::to_string(free_port());
   const std::vector<Case> cases = {{{"--port", "0"}, 2},
                                    {{"--port=65536"}, 2},
                                    {{"--port", "80x"}, 2},
@@ -150,7 +151,7 @@ TEST(RecorderTest, WhatItCannotDoIsSaidInOneLine)
                                    {{"--port", port, "--gps", "/nonexistent/gps"}, 1},
                                    {{"--port", port, "--input", "/nonexistent/clip"}, 1},
                                    {{"--port", port, "--input", "/"}, 1},
-                                   {{"--port", port, "--input", "/dev/null"}, 1}};
+                                   {{"--port", port, "--gps-port", gpsPort, "--input", "/dev/null"}, 1}};
   for (const Case& one : cases)
   {
     Process process(command(DEVCOMM_RECORDER, one.arguments));
