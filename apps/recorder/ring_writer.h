@@ -9,7 +9,7 @@
 /// The thread that copies every frame into the shared-memory ring, as a record of ring_record.h, for other processes.
 ///
 /// Writers and readers of a ring wait for each other. A process that holds the ring for long delays this thread
-/// alone: frames that leave the frame buffer meanwhile are missing in the ring.
+/// alone, and its Stop(): frames that leave the frame buffer meanwhile are missing in the ring.
 class RingWriter : public CommonCthread
 {
 public:
