@@ -7,7 +7,7 @@
 const char* const kUsage =
     "Usage: recorder [--port N] [--input FILE|-] [--gps DEVICE|LOG] [--gps-baud N] [--gps-rate N] "
     "[--gps-port N]\n"
-    "                [--ring KEY] [--announce N] [--seconds N] [--help]\n"
+    "                [--ring KEY] [--announce N] [--data DIR] [--seconds N] [--help]\n"
     "\n"
     "Streams H.264 video to every viewer that connects by TCP, follows a GPS receiver, and serves its "
     "position.\n"
@@ -26,6 +26,8 @@ const char* const kUsage =
     "  --ring KEY         put the frames into the shared-memory ring of that key, a number from 1 on, for\n"
     "                     recorder-tap; the ring outlives the recorder\n"
     "  --announce N       announce the status once a second by UDP broadcast on loopback, to port N\n"
+    "  --data DIR         keep events and track in this directory: a database, and a queue of events not "
+    "sent\n"
     "  --seconds N        stop after N seconds (default: run until SIGINT or SIGTERM)\n"
     "  --help             print this and stop\n"
     "\n"
@@ -53,6 +55,7 @@ bool parse_options(int argc, char** argv, Options& options)
   line.number("--gps-port", 1, 65535, options.gpsPort);
   line.number("--ring", 1, INT_MAX, options.ring);
   line.number("--announce", 1, 65535, options.announce);
+  line.text("--data", "a directory", options.data);
   line.number("--seconds", 1, INT_MAX, options.seconds);
   const bool right = line.parse(argc, argv, 0);
   options.help = line.help();

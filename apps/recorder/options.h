@@ -11,6 +11,7 @@ struct Options
   int gpsPort = 9555;          ///< TCP port that serves the position, 1 to 65535
   int ring = 0;                ///< key of the shared-memory ring that gets the frames; 0: none
   int announce = 0;            ///< UDP port that the status is announced on; 0: not at all
+  const char* data = nullptr;  ///< directory for events and track; null keeps none
   int seconds = 0;             ///< stop by itself after this time; 0 runs until a signal
   bool help = false;           ///< --help was given: nothing else counts
 };

@@ -1,5 +1,7 @@
 #include "recorder.h"
 
+#include "disk_flush.h"
+
 #include <cstdio>
 
 namespace
@@ -28,7 +30,9 @@ bool must(bool good, const char* what)
 Recorder::Recorder(const Options& options)
     : options_(options), frames_(kBufferBytes, nullptr, nullptr), history_(kHistoryBytes)
 {
+  events_.subscribe(journal_); // before whoever announces an event that must not be lost
   events_.subscribe(printer_);
+  tracker_.subscribe(journal_);
   tracker_.subscribe(positionServer_);
 }
 
@@ -42,7 +46,8 @@ bool Recorder::start()
 
 bool Recorder::open()
 {
-  return input_.open(options_.input) && gpsLine_.open(options_.gps, options_.gpsBaud, options_.gpsRate) &&
+  return (options_.data == nullptr || journal_.open(options_.data)) && input_.open(options_.input) &&
+         gpsLine_.open(options_.gps, options_.gpsBaud, options_.gpsRate) &&
          (options_.ring == 0 || ringWriter_.open(options_.ring));
 }
 
@@ -73,7 +78,11 @@ bool Recorder::stop()
   source_.Stop();
   gpsReader_.Stop();
   gpsLine_.stop();
-  return positionServer_.stop() && stopped;
+  const bool allStopped = positionServer_.stop() && stopped;
+  journal_.close();
+  if (options_.data != nullptr)
+    flush_disk_of(options_.data);
+  return allStopped;
 }
 
 void Recorder::tell_status()

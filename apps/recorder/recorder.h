@@ -6,6 +6,7 @@
 #include "frame_history.h"
 #include "gps_line.h"
 #include "gps_reader.h"
+#include "journal.h"
 #include "media_input.h"
 #include "media_source.h"
 #include "options.h"
@@ -69,6 +70,7 @@ private:
   // Where it is, and what happens.
   PositionBoard positions_;
   EventBus events_{positions_};
+  Journal journal_;
   EventPrinter printer_;
   PositionServer positionServer_;
   Tracker tracker_{positions_, events_};
