@@ -1,5 +1,7 @@
 #include <devcomm/file.h>
 
+#include "support/scratch_folder.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -7,8 +9,8 @@
 #include <fcntl.h>
 #include <mntent.h>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -16,39 +18,29 @@ namespace
 class File : public testing::Test
 {
 protected:
-  void SetUp() override
-  {
-    ASSERT_NE(mkdtemp(m_dir), nullptr);
-    m_path = std::string(m_dir) + "/f";
-  }
-  void TearDown() override
-  {
-    unlink(m_path.c_str());
-    rmdir(m_path.c_str());
-    rmdir(m_dir);
-  }
   char* path()
   {
     return m_path.data();
   }
 
-  char m_dir[32] = "/tmp/file_test_XXXXXX";
-  std::string m_path;
+  ScratchFolder m_folder;
+  std::string m_path = m_folder.path + "/f";
 };
 
 std::string whole(char* path)
 {
   int len = -1;
   char* buffer = filetobufwithoutbuf(path, &len);
-  if (buffer == nullptr)
-  {
-    return len == 0 ? "null" : "null with a length";
-  }
-  std::string text(buffer, static_cast<size_t>(len) + 1);
-  EXPECT_EQ(text.back(), '\0');
-  text.pop_back();
+  const std::string text = buffer == nullptr ? "null" : std::string(buffer, static_cast<size_t>(len));
+  EXPECT_EQ(buffer == nullptr ? len : buffer[len], 0);
   free(buffer);
   return text;
+}
+
+// What the four questions about size and existence answer.
+std::vector<long long> questions(char* path)
+{
+  return {getfilesize(path), get_file_size(path), fileisexist(path), file_exist(path)};
 }
 
 } // namespace
@@ -59,10 +51,7 @@ TEST_F(File, WritesAppendsAndReadsBack)
   char buf[16] = {};
   int len = -1;
   EXPECT_EQ(whole(path()), "null");
-  EXPECT_EQ(getfilesize(path()), -1);
-  EXPECT_EQ(get_file_size(path()), 0);
-  EXPECT_EQ(fileisexist(path()), -1);
-  EXPECT_EQ(file_exist(path()), 0);
+  EXPECT_EQ(questions(path()), (std::vector<long long>{-1, 0, -1, 0}));
   EXPECT_EQ(filetobufwithbuf(buf, 4, &len, path()), -1);
 
   EXPECT_EQ(buffertofile(text, 0, path()), 0);
@@ -72,15 +61,10 @@ TEST_F(File, WritesAppendsAndReadsBack)
   EXPECT_EQ(bufferaddfile(text, -1, path()), -1);
   EXPECT_EQ(buffertofile(text, -1, path()), -1);
   EXPECT_EQ(whole(path()), "hellohe");
-  EXPECT_EQ(getfilesize(path()), 7);
-  EXPECT_EQ(get_file_size(path()), 7);
-  EXPECT_EQ(fileisexist(path()), 0);
-  EXPECT_EQ(file_exist(path()), 1);
-  EXPECT_EQ(filetobufwithbuf(buf, 3, &len, path()), 0);
-  EXPECT_EQ(len, 3);
+  EXPECT_EQ(questions(path()), (std::vector<long long>{7, 7, 0, 1}));
+  EXPECT_TRUE(filetobufwithbuf(buf, 3, &len, path()) == 0 && len == 3);
   EXPECT_STREQ(buf, "hel");
-  EXPECT_EQ(filetobufwithbuf(buf, 16, &len, path()), 0);
-  EXPECT_EQ(len, 7);
+  EXPECT_TRUE(filetobufwithbuf(buf, 16, &len, path()) == 0 && len == 7);
 }
 
 TEST_F(File, SurvivesFilesThatTellWrongSizes)
@@ -93,8 +77,8 @@ TEST_F(File, SurvivesFilesThatTellWrongSizes)
   int len = 0;
   EXPECT_EQ(filetobufwithbuf(buf, 5, &len, proc), 0);
   EXPECT_STREQ(buf, "Name:");
-  EXPECT_EQ(whole(m_dir), "null") << "a folder";
-  EXPECT_EQ(filetobufwithbuf(buf, 5, &len, m_dir), -1);
+  EXPECT_EQ(whole(m_folder.path.data()), "null") << "a folder";
+  EXPECT_EQ(filetobufwithbuf(buf, 5, &len, m_folder.path.data()), -1);
 
   char full[] = "/dev/full";
   EXPECT_EQ(buffertofile(buf, 5, full), -1) << "shows only at closing";
@@ -105,8 +89,7 @@ TEST_F(File, SurvivesFilesThatTellWrongSizes)
   close(fd);
   if (sparse)
   {
-    EXPECT_EQ(getfilesize(path()), 5LL << 30);
-    EXPECT_EQ(get_file_size(path()), 5LL << 30);
+    EXPECT_EQ(questions(path()), (std::vector<long long>{5LL << 30, 5LL << 30, 0, 1}));
     EXPECT_EQ(get_disk_size(path()), 5ULL << 30);
     EXPECT_EQ(whole(path()), "null");
     EXPECT_EQ(filetobufwithbuf(buf, 5, &len, path()), 0);
@@ -139,7 +122,7 @@ TEST_F(File, LooksUpMounts)
   unsigned long long avail = 1;
   EXPECT_LT(get_mnt_size(path(), &total, &avail), 0);
   EXPECT_EQ(total + avail, 0U);
-  EXPECT_EQ(get_mnt_size(m_dir, &total, &avail), 0);
+  EXPECT_EQ(get_mnt_size(m_folder.path.data(), &total, &avail), 0);
   EXPECT_GT(total, 0U);
   EXPECT_LE(avail, total);
   const struct mntent* entry = get_mount_point("/proc");

@@ -1,6 +1,7 @@
 #include <devcomm/sqlite_access.h>
 
 #include "comm_time/child.h"
+#include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -24,18 +25,9 @@ class SQLiteAccess : public testing::Test
 protected:
   void SetUp() override
   {
-    ASSERT_NE(mkdtemp(m_dir), nullptr);
-    chmod(m_dir, 0755);
-    m_path = std::string(m_dir) + "/db";
+    chmod(m_folder.path.c_str(), 0755);
     ASSERT_TRUE(m_db.Open(path()));
     ASSERT_TRUE(m_db.SqliteOpEx("CREATE TABLE t (a, b)"));
-  }
-  void TearDown() override
-  {
-    m_db.Close();
-    unlink(path());
-    unlink((m_path + "-journal").c_str());
-    rmdir(m_dir);
   }
   const char* path() const
   {
@@ -49,8 +41,8 @@ protected:
     return reader.Read() ? reader.GetIntValue(0) : -1;
   }
 
-  char m_dir[32] = "/tmp/sqlite_test_XXXXXX";
-  std::string m_path;
+  ScratchFolder m_folder;
+  std::string m_path = m_folder.path + "/db";
   SQLite m_db;
 };
 
@@ -287,7 +279,7 @@ TEST_F(SQLiteAccess, FullDisk)
       {
         if ((unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ||
             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", m_dir, "tmpfs", 0, "size=64k") != 0)
+            mount("tmpfs", m_folder.path.c_str(), "tmpfs", 0, "size=64k") != 0)
         {
           return 9;
         }

@@ -1,6 +1,7 @@
 #include <devcomm/time_process.h>
 
 #include "comm_time/child.h"
+#include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -73,18 +74,15 @@ TEST(ShellCommand, CutsLongCommandsAndRemountsExistingPathsOnly)
 {
   EXPECT_EQ(run_in_child([] { return systemdump(("echo " + std::string(600, 'x')).c_str(), 20); }),
             std::string(506, 'x') + "\n0");
-  char folder[] = "/tmp/devcomm_mount_XXXXXX";
-  ASSERT_NE(mkdtemp(folder), nullptr);
-  const std::string mount = std::string(folder) + "/mount"; // in place of the system's
+  const ScratchFolder folder;
+  const std::string mount = folder.path + "/mount"; // in place of the system's
   ASSERT_EQ(symlink("/bin/echo", mount.c_str()), 0);
   const std::string result = run_in_child(
       [&folder]
       {
-        setenv("PATH", folder, 1);
+        setenv("PATH", folder.path.c_str(), 1);
         return remount("/tmp") == 0 && remount(std::string(600, '/').c_str()) == 0 &&
                remount("/none/such") == -1;
       });
   EXPECT_EQ(result, "-o rw,remount /tmp\n1");
-  unlink(mount.c_str());
-  rmdir(folder);
 }

@@ -1,19 +1,17 @@
 // Boots an emulated machine (qemu-system with the distribution's kernel) whose only process sends ATA commands to
 // an emulated disk; see tests/guests/disk_guest.cpp. Only in native builds without sanitizers.
 
+#include "support/process.h"
+#include "support/scratch_folder.h"
+
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
 #include <fstream>
 #include <glob.h>
 #include <sstream>
 #include <string>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #ifdef DEVCOMM_DISK_GUEST
 
@@ -69,21 +67,9 @@ private:
 class DiskMachine : public testing::Test
 {
 protected:
-  void SetUp() override
-  {
-    ASSERT_NE(mkdtemp(m_dir), nullptr);
-  }
-  void TearDown() override
-  {
-    for (const char* name : {"/root", "/disk"})
-    {
-      unlink((m_dir + std::string(name)).c_str());
-    }
-    rmdir(m_dir);
-  }
   std::string file(const std::string& name, const std::string& bytes)
   {
-    const std::string path = m_dir + std::string("/") + name;
+    const std::string path = m_folder.path + "/" + name;
     std::ofstream(path, std::ios::binary) << bytes;
     return path;
   }
@@ -93,8 +79,9 @@ protected:
   {
     for (const std::string top : {DEVCOMM_SOURCE_DIR "/build/guest", ""})
     {
-      m_kernel = first_match(top + "/boot/vmlinuz-*");
-      const std::string release = m_kernel.substr(m_kernel.rfind("vmlinuz-") + 8);
+      const std::string images = top + "/boot/vmlinuz-";
+      m_kernel = first_match(images + "*");
+      const std::string release = m_kernel.empty() ? "" : m_kernel.substr(images.size());
       m_modules = top + "/lib/modules/" + release + "/kernel/drivers/";
       if (!m_kernel.empty() && !first_match(m_modules + "ata/ata_piix.ko").empty())
       {
@@ -120,39 +107,21 @@ protected:
   // What the machine says on its serial line until it ends.
   std::string run(const std::string& root, const std::string& disk)
   {
-    int ends[2];
-    if (pipe(ends) != 0)
-    {
-      return "no pipe";
-    }
-    const std::string drive = "file=" + disk + ",format=raw,if=ide";
-    const pid_t machine = fork();
-    if (machine == 0)
-    {
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
-      alarm(100); // kills the emulator, too: alarms survive exec
-      dup2(ends[1], STDOUT_FILENO);
-      execlp("qemu-system-x86_64", "qemu-system-x86_64", "-M", "pc,accel=tcg", "-m", "192", "-nodefaults",
-             "-display", "none", "-serial", "stdio", "-no-reboot", "-kernel", m_kernel.c_str(), "-initrd",
-             root.c_str(), "-drive", drive.c_str(), "-append",
-             "console=ttyS0 quiet panic=-1 mitigations=off no_timer_check", nullptr);
-      _exit(127);
-    }
-    close(ends[1]);
+    Process machine({"qemu-system-x86_64", "-M", "pc,accel=tcg", "-m", "192", "-nodefaults", "-display",
+                     "none", "-serial", "stdio", "-no-reboot", "-kernel", m_kernel, "-initrd", root, "-drive",
+                     "file=" + disk + ",format=raw,if=ide", "-append",
+                     "console=ttyS0 quiet panic=-1 mitigations=off no_timer_check"});
     std::string text;
-    char part[512];
-    for (ssize_t got = read(ends[0], part, sizeof part); got > 0; got = read(ends[0], part, sizeof part))
+    for (std::string part = "-"; !part.empty(); text += part)
     {
-      text.append(part, static_cast<size_t>(got));
+      part = machine.read_until(1);
     }
-    close(ends[0]);
-    int status = 0;
-    waitpid(machine, &status, 0);
-    m_missing = WIFEXITED(status) && WEXITSTATUS(status) == 127;
+    machine.signal(SIGKILL);
+    m_missing = machine.wait() == 127; // it never started
     return text;
   }
 
-  char m_dir[32] = "/tmp/disk_machine_XXXXXX";
+  ScratchFolder m_folder;
   std::string m_kernel;
   std::string m_modules;
   bool m_missing = false;
