@@ -1,16 +1,16 @@
 #include <devcomm/serial_port.h>
 
+#include "support/signal_storm.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <memory>
 #include <string>
-#include <sys/time.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -137,20 +137,13 @@ TEST_F(SerialPort, ReadsAndWritesOnceAndFailsOnTimeOut)
 
 TEST_F(SerialPort, EndsWaitsWhenSignalsComeAndWhenTheDeviceVanishes)
 {
-  struct sigaction action = {};
-  struct sigaction before = {};
-  action.sa_handler = [](int) {
-  };
-  sigaction(SIGALRM, &action, &before);
-  const itimerval every_millisecond = {{0, 1000}, {0, 1000}};
-  setitimer(ITIMER_REAL, &every_millisecond, nullptr);
   char buf[16];
   m_port.SetSelectProp(0, 50000, 0);
-  EXPECT_EQ(m_port.ReadCom(buf, 9), -1) << "goes on, but not longer than its time";
-  EXPECT_EQ(m_port.IORead(buf, 9), -1);
-  const itimerval never = {};
-  setitimer(ITIMER_REAL, &never, nullptr);
-  sigaction(SIGALRM, &before, nullptr);
+  {
+    const SignalStorm storm;
+    EXPECT_EQ(m_port.ReadCom(buf, 9), -1) << "goes on, but not longer than its time";
+    EXPECT_EQ(m_port.IORead(buf, 9), -1);
+  }
 
   m_port.SetSelectProp(5, 0, 0);
   Vanish();

@@ -1,18 +1,18 @@
 #include <devcomm/lock.h>
 
+#include "support/scratch_folder.h"
+#include "support/signal_storm.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <string>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
@@ -21,18 +21,6 @@ namespace
 class FileLock : public testing::Test
 {
 protected:
-  void SetUp() override
-  {
-    ASSERT_NE(mkdtemp(directory), nullptr);
-    path = std::string(directory) + "/lock";
-  }
-
-  void TearDown() override
-  {
-    unlink(path.c_str());
-    rmdir(directory);
-  }
-
   bool is_free() const
   {
     const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
@@ -41,8 +29,8 @@ protected:
     return taken;
   }
 
-  char directory[32] = "/tmp/devcomm_lock_XXXXXX";
-  std::string path;
+  ScratchFolder folder;
+  std::string path = folder.path + "/lock";
 };
 
 } // namespace
@@ -95,24 +83,21 @@ TEST_F(FileLock, ExcludesOtherObjectsAndProcessesUntilTheScopeEnds)
 
 TEST_F(FileLock, ASignalDoesNotEndTheWait)
 {
-  struct sigaction action = {};
-  struct sigaction before = {};
-  action.sa_handler = [](int) {
-  };
-  sigaction(SIGUSR1, &action, &before);
   CFileLock holder(path.data());
   CFileLock waiter(path.data());
   holder.Lock();
   std::atomic<int> result{1};
-  std::thread waiting([&] { result = waiter.Lock(); });
-  for (int i = 0; i < 20; ++i)
-  {
+  SignalStorm::count() = 0;
+  std::thread waiting(
+      [&]
+      {
+        const SignalStorm storm;
+        result = waiter.Lock();
+      });
+  while (SignalStorm::count() < 20)
     usleep(1000);
-    pthread_kill(waiting.native_handle(), SIGUSR1);
-  }
   EXPECT_EQ(result, 1);
   holder.Unlock();
   waiting.join();
   EXPECT_EQ(result, 0);
-  sigaction(SIGUSR1, &before, nullptr);
 }
