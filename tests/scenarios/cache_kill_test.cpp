@@ -2,13 +2,13 @@
 // before or after the operation under way, save that a stream keeps the operation before that in its buffer.
 
 #include "comm_storage/card.h"
+#include "support/fault_runs.h"
 
 #include <devcomm/cache_file.h>
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <random>
 #include <vector>
 
@@ -171,14 +171,12 @@ protected:
 template <typename Cache>
 void CacheKill::survive()
 {
-  const char* text = getenv("DEVCOMM_FAULT_RUNS");
-  const int runs = text == nullptr ? 20 : atoi(text);
   void* memory = mmap(nullptr, sizeof(Notes), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(memory, MAP_FAILED);
   auto& notes = *static_cast<Notes*>(memory);
   std::mt19937 random(11);
   size_t records = 0;
-  for (int run = 0; run < runs; ++run)
+  for (int run = 0; run < fault_runs(); ++run)
   {
     const auto seed = random();
     const pid_t child = fork();
@@ -226,8 +224,6 @@ void CacheKill::survive()
     }
   }
   EXPECT_GT(records, 0u);
-  RecordProperty("records", static_cast<int>(records));
-  munmap(memory, sizeof(Notes));
 }
 
 TEST_F(CacheKill, RingDeliversWhatItsLastHeaderLists)
