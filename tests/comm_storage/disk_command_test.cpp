@@ -1,21 +1,28 @@
 #include <devcomm/disk_command.h>
 
-#include "support/ioctl_script.h"
-
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
+#include <functional>
 #include <linux/hdreg.h>
 #include <random>
 #include <scsi/sg.h>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 #include <vector>
 
 namespace
 {
 
 using Bytes = std::vector<unsigned char>;
+
+// Answers every ioctl of the test program while it is set, in place of the kernel.
+std::function<int(unsigned long request, void* argument)> g_answer;
 
 // Sense data as libata gives them: key 1 "recovered", then the ATA Status Return descriptor.
 Bytes registers(unsigned char status, unsigned char error = 0)
@@ -27,13 +34,21 @@ Bytes registers(unsigned char status, unsigned char error = 0)
 class DiskCommand : public testing::Test
 {
 protected:
+  void SetUp() override
+  {
+    g_answer = [this](unsigned long request, void* argument)
+    {
+      return answer(request, argument);
+    };
+  }
   void TearDown() override
   {
+    g_answer = nullptr;
     verbose = 0;
     prefer_ata12 = 0;
   }
 
-  int answer(int /*fd*/, unsigned long request, void* argument)
+  int answer(unsigned long request, void* argument)
   {
     if (request != SG_IO)
     {
@@ -93,10 +108,6 @@ protected:
   sg_io_hdr_t m_request = {};
   std::string m_sent;
   bool m_cleared = true;
-  IoctlScript m_script{[this](int fd, unsigned long request, void* argument)
-                       {
-                         return answer(fd, request, argument);
-                       }};
 };
 
 bool is_48(unsigned char cmd, unsigned long long lba, unsigned int nsect)
@@ -112,6 +123,15 @@ bool is_48(unsigned char cmd, unsigned long long lba, unsigned int nsect)
 }
 
 } // namespace
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
+{
+  va_list arguments;
+  va_start(arguments, request);
+  void* argument = va_arg(arguments, void*);
+  va_end(arguments);
+  return g_answer ? g_answer(request, argument) : static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
 
 TEST_F(DiskCommand, AddressesTakeTheFormThatHoldsThem)
 {
@@ -194,10 +214,9 @@ TEST_F(DiskCommand, SenseDataWithoutRegisters)
     changed[at] = value;
     return changed;
   };
-  const Bytes missing[] = {
-      {}, {0x70, 0, 1, 0, 0, 0, 0, 14, 9, 12}, with(0, 0x73), with(7, 13), with(8, 8), with(7, 0)};
   verbose = 1;
-  for (const Bytes& sense : missing)
+  for (const Bytes& sense : {Bytes{}, Bytes{0x70, 0, 1, 0, 0, 0, 0, 14, 9, 12}, with(0, 0x73), with(7, 13),
+                             with(8, 8), with(7, 0)})
   {
     m_sense = sense;
     int result = -1;
@@ -223,11 +242,8 @@ TEST_F(DiskCommand, SenseDataWithoutRegisters)
   std::mt19937 random(1);
   for (int i = 0; i < 20000; ++i)
   {
-    m_sense.assign(32, 0);
-    for (unsigned char& byte : m_sense)
-    {
-      byte = static_cast<unsigned char>(random());
-    }
+    m_sense.resize(32);
+    std::generate(m_sense.begin(), m_sense.end(), [&] { return static_cast<unsigned char>(random()); });
     m_sense[0] = 0x72;
     m_sense[7] |= 0x10;
     const int result = flush();
@@ -247,8 +263,7 @@ TEST_F(DiskCommand, DoubtfulRegistersAreReadWithAWarning)
   memcpy(zero.data(), registers(0).data(), 10);
   Bytes longer = registers(0x50);
   longer[9] = 13;
-  const Bytes doubtful[] = {registers(0xD0), registers(0x70), zero, longer};
-  for (const Bytes& sense : doubtful)
+  for (const Bytes& sense : {registers(0xD0), registers(0x70), zero, longer})
   {
     m_sense = sense;
     EXPECT_NE(said([this] { flush(); }).find(warning + "      ATA_16 stat="), std::string::npos);
