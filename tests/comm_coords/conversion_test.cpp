@@ -12,31 +12,6 @@ namespace
 
 CCoordsCalculate coords;
 
-// FNV-1a over the 32-bit patterns of a row of floats.
-class BitHash
-{
-public:
-  void operator()(float value)
-  {
-    uint32_t bits = 0;
-    memcpy(&bits, &value, sizeof bits);
-    m_hash = (m_hash ^ bits) * 1099511628211U;
-  }
-  uint64_t value() const
-  {
-    return m_hash;
-  }
-
-private:
-  uint64_t m_hash = 1469598103934665603U;
-};
-
-uint32_t next_number(uint32_t& state)
-{
-  state = (state * 1103515245U + 12345U) & 0x7fffffffU;
-  return state;
-}
-
 } // namespace
 
 // The expected numbers come from an independent calculation: the formulas in Python, with sine, cosine,
@@ -74,13 +49,23 @@ TEST(CoordsConversion, EqualsTheIndependentCalculationToTheLastBit)
   EXPECT_EQ(coords.degree2Dm(120.36296F), 0x1.77ae38p+13F);
   EXPECT_DOUBLE_EQ(coords.degree2Dm(-120.5), -12030.0);
 
-  BitHash hash;
+  uint64_t sum = 1469598103934665603U; // FNV-1a over the 32-bit patterns
+  const auto hash = [&sum](float value)
+  {
+    uint32_t bits = 0;
+    memcpy(&bits, &value, sizeof bits);
+    sum = (sum ^ bits) * 1099511628211U;
+  };
   uint32_t state = 12345;
+  const auto next_number = [&state]
+  {
+    return state = (state * 1103515245U + 12345U) & 0x7fffffffU;
+  };
   for (int i = 0; i < 1000; i++)
   {
-    const float lat = static_cast<float>(next_number(state) % 1000000) / 16384;
-    const float lon = 70 + static_cast<float>(next_number(state) % 1200000) / 16384;
-    const float lat2 = lat + static_cast<float>(next_number(state) % 1000) / 4096;
+    const float lat = static_cast<float>(next_number() % 1000000) / 16384;
+    const float lon = 70 + static_cast<float>(next_number() % 1200000) / 16384;
+    const float lat2 = lat + static_cast<float>(next_number() % 1000) / 4096;
     float one = 0, two = 0, three = 0, four = 0;
     coords.BL2xy(lat, lon, one, two);
     coords.xy2BL(one, two, three, four);
@@ -97,7 +82,7 @@ TEST(CoordsConversion, EqualsTheIndependentCalculationToTheLastBit)
     hash(coords.dm2Degree(coords.degree2Dm(lon)));
     hash(coords.degree2Dm(lat));
   }
-  EXPECT_EQ(hash.value(), 0xe6780ffa70e15295U);
+  EXPECT_EQ(sum, 0xe6780ffa70e15295U);
 }
 
 TEST(CoordsConversion, AnswersOutsideTheAreaAndForNumbersThatAreNone)

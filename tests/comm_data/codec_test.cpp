@@ -1,4 +1,5 @@
 #include <devcomm/codec.h>
+#include <devcomm/time_process.h>
 
 #include "comm_data/frame_escape.h"
 
@@ -38,21 +39,6 @@ std::string bcd_text(const char* digits, int n)
   EXPECT_EQ(bcd2string(bcd.data(), n, text.data()), text.data());
   return text.c_str();
 }
-
-class LocalZone
-{
-public:
-  explicit LocalZone(const char* zone)
-  {
-    setenv("TZ", zone, 1);
-    tzset();
-  }
-  ~LocalZone()
-  {
-    unsetenv("TZ");
-    tzset();
-  }
-};
 
 } // namespace
 
@@ -132,15 +118,9 @@ TEST(Codec, PacksAndUnpacksBcdText)
 
 TEST(Codec, CarriesTimesAsBcd)
 {
-  LocalZone zone("XST-3:30");
-  tm local = {};
-  local.tm_year = 121;
-  local.tm_mon = 2;
-  local.tm_mday = 23;
-  local.tm_hour = 8;
-  local.tm_min = 5;
-  local.tm_sec = 9;
-  const auto t = static_cast<long>(mktime(&local));
+  setenv("TZ", "XST-3:30", 1);
+  tzset();
+  const auto t = static_cast<long>(mktime_ex(2021, 3, 23, 8, 5, 9));
   Bytes bcd(6);
   EXPECT_EQ(time2bcd(t, bcd.data()), 0);
   EXPECT_EQ(bcd, (Bytes{0x21, 0x03, 0x23, 0x08, 0x05, 0x09}));

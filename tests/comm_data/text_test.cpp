@@ -14,13 +14,10 @@ TEST(Text, MemfindEqualsASlowSearch)
     const auto letters = 1 + random() % 4;
     std::vector<char> text(random() % 120);
     std::vector<char> what(1 + random() % (round % 2 == 0 ? 4 : 40));
-    for (char& c : text)
+    for (auto* bytes : {&text, &what})
     {
-      c = static_cast<char>(0xFE + random() % letters);
-    }
-    for (char& c : what)
-    {
-      c = static_cast<char>(0xFE + random() % letters);
+      std::generate(bytes->begin(), bytes->end(),
+                    [&] { return static_cast<char>(0xFE + random() % letters); });
     }
     if (random() % 2 == 0 && text.size() > what.size())
     {
@@ -93,15 +90,11 @@ TEST(Text, PrintsDumpsAndLocatedLines)
 {
   unsigned char bytes[17];
   memset(bytes, 0xA5, sizeof bytes);
-  std::string row;
-  for (int i = 0; i < 16; ++i)
-  {
-    row += "A5 ";
-  }
   testing::internal::CaptureStdout();
   printbufhex(bytes, 17);
   printbufhex(bytes, 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n" + row + "\nA5 \n\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "\nA5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 \nA5 \n\n");
 
   const std::string longest(5000, 'f');
   testing::internal::CaptureStdout();

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstring>
@@ -52,14 +53,7 @@ std::string make_record(unsigned int number, unsigned int length)
 
 bool whole(const unsigned char* bytes, int length)
 {
-  for (int i = 1; i < length; i++)
-  {
-    if (bytes[i] != bytes[0])
-    {
-      return false;
-    }
-  }
-  return true;
+  return std::all_of(bytes, bytes + std::max(length, 0), [=](unsigned char c) { return c == bytes[0]; });
 }
 
 template <typename Work>

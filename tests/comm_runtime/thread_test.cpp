@@ -33,18 +33,9 @@ public:
   {
     return tid == 0 && pid == 0 && status == 0 && name[0] == '\0';
   }
-  std::string thread_name() const
-  {
-    return name;
-  }
-  int printed_tid() const
-  {
-    return static_cast<int>(tid);
-  }
-  CLock& teardown_lock()
-  {
-    return stopLock;
-  }
+  using CommonCthread::name;
+  using CommonCthread::stopLock;
+  using CommonCthread::tid;
 
   std::atomic<int> runs{0};
   std::atomic<int> ended{0};
@@ -74,9 +65,9 @@ TEST(CommonCthread, StartsOnceStopsAndStartsAgain)
   testing::internal::CaptureStdout();
   EXPECT_EQ(body.Stop(), 0); // idle: silent
   EXPECT_EQ(body.Start(std::string(70, 'x').c_str()), 0);
-  EXPECT_EQ(body.thread_name(), std::string(63, 'x'));
+  EXPECT_EQ(body.name, std::string(63, 'x'));
   wait_for(body.runs, 1);
-  const std::string tid = std::to_string(body.printed_tid());
+  const std::string tid = std::to_string(static_cast<int>(body.tid));
   body.SetStatus(2);
   EXPECT_EQ(body.Start("second"), 0);
   EXPECT_EQ(body.GetStatus(), 1);
@@ -111,7 +102,7 @@ TEST(CommonCthread, ALosingStopWaitsForTheStatusAndALosingExitLeavesAtOnce)
 {
   Body body;
   body.Start("held");
-  body.teardown_lock().Lock();
+  body.stopLock.Lock();
   body.ExitSelf();
   EXPECT_FALSE(body.idle());
   testing::internal::CaptureStdout();
@@ -126,7 +117,7 @@ TEST(CommonCthread, ALosingStopWaitsForTheStatusAndALosingExitLeavesAtOnce)
   clearer.join();
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "CommonCthread thread (held) stopping ...\n"
                                                     "CommonCthread thread (held) stopping ...\n");
-  body.teardown_lock().Unlock();
+  body.stopLock.Unlock();
   body.Stop();
 }
 
