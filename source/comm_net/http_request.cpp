@@ -33,6 +33,7 @@ void copy_part(char (&out)[Size], const char* begin, const char* end)
 /// connect() that a signal does not end: the kernel goes on connecting, so wait for its outcome.
 bool connect_through_signals(int sock, const sockaddr_in& peer)
 {
+  const Deadline patience(kHttpPatienceSec);
   if (connect(sock, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0)
   {
     return true;
@@ -41,7 +42,7 @@ bool connect_through_signals(int sock, const sockaddr_in& peer)
   {
     return false;
   }
-  const int ready = wait_through_signals(sock, POLLOUT, Deadline(kHttpPatienceSec));
+  const int ready = wait_through_signals(sock, POLLOUT, patience);
   if (ready == 0)
   {
     errno = EINPROGRESS; // as connect itself says when its time is over

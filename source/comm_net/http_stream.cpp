@@ -31,7 +31,12 @@ ReadEnd read_block(FILE* in, char* block, size_t size, const Deadline& patience,
 {
   errno = 0;
   *got = fread(block, 1, size, in);
-  return *got == size ? ReadEnd::Full : why_short(in, patience);
+  if (*got == size)
+  {
+    return ReadEnd::Full;
+  }
+  // Bytes that came before a signal show that the peer was not silent, however long ago the block began.
+  return why_short(in, *got > 0 ? Deadline(kHttpPatienceSec) : patience);
 }
 
 ReadEnd read_whole(FILE* in, char* block, size_t size)
