@@ -86,7 +86,7 @@ int CICMP::send_packet(int seq, char* buf)
 
 int CICMP::recv_packet(int seq, char* buf)
 {
-  if (buf == nullptr || m_sock == 0 || wait_for_packet(m_sock, m_pid, kReplyTimeoutMs) <= 0)
+  if (buf == nullptr || m_sock == 0 || wait_for_packet(m_sock, m_pid, m_dest.sin_addr, kReplyTimeoutMs) <= 0)
   {
     return -1;
   }

@@ -18,14 +18,15 @@ constexpr int kIpSource = 12;
 constexpr int kIpDestination = 16;
 
 /// Takes the next packet away if it is a request of this process to itself. @return whether it was
-bool drop_own_request(int sock, int pid)
+bool drop_own_request(int sock, int pid, in_addr host)
 {
   char packet[128];
   const ssize_t got = recv(sock, packet, sizeof packet, MSG_PEEK | MSG_DONTWAIT);
   const EchoView echo = view_packet(packet, static_cast<int>(got));
   const bool own = got >= kIpHeadSize && echo.data != nullptr && echo.type == kEchoRequest &&
                    echo.identifier == static_cast<uint16_t>(pid) &&
-                   memcmp(packet + kIpSource, packet + kIpDestination, sizeof(in_addr)) == 0;
+                   (memcmp(packet + kIpDestination, &host, sizeof host) == 0 ||
+                    memcmp(packet + kIpDestination, packet + kIpSource, sizeof host) == 0);
   if (own)
   {
     recv(sock, packet, sizeof packet, MSG_DONTWAIT);
@@ -128,13 +129,13 @@ int open_raw_socket()
   return moved;
 }
 
-int wait_for_packet(int sock, int pid, int timeoutMs)
+int wait_for_packet(int sock, int pid, in_addr host, int timeoutMs)
 {
   const Deadline deadline = Deadline::AfterMs(timeoutMs);
   int ready = 0;
   do
   {
     ready = wait_through_signals(sock, POLLIN, deadline);
-  } while (ready > 0 && drop_own_request(sock, pid));
+  } while (ready > 0 && drop_own_request(sock, pid, host));
   return ready;
 }

@@ -57,8 +57,9 @@ int find_host(const char* host, sockaddr_in* address);
 /// A raw ICMP socket, never descriptor 0. @return it, or -1
 int open_raw_socket();
 
-/// Waits for a packet. On loopback a raw socket also gets what it sent itself: a request of this process to
-/// its own address is passed over.
+/// Waits for a packet. When this machine is the host asked, a raw socket also gets the requests it sent: those
+/// of this process to that host, or from an address to itself, are passed over. Source and destination differ
+/// for 127.0.0.2 and for the second address of an interface.
 ///
 /// @return above 0 when one can be read, 0 when the time is over, -1 when waiting failed
-int wait_for_packet(int sock, int pid, int timeoutMs);
+int wait_for_packet(int sock, int pid, in_addr host, int timeoutMs);

@@ -17,9 +17,9 @@ constexpr int kReplyTimeoutMs = 1200;
 constexpr size_t kMostPacket = 2048;
 constexpr int kIpSource = 12;
 
-bool reply_came(int sock)
+bool reply_came(int sock, in_addr host)
 {
-  const int ready = wait_for_packet(sock, getpid(), kReplyTimeoutMs);
+  const int ready = wait_for_packet(sock, getpid(), host, kReplyTimeoutMs);
   if (ready < 0)
   {
     perror("select error.");
@@ -57,7 +57,7 @@ int Ping(const char* host, int count)
       close(sock);
       return -1;
     }
-    answered += reply_came(sock) ? 1 : 0;
+    answered += reply_came(sock, address.sin_addr) ? 1 : 0;
   }
   close(sock);
   return answered;
