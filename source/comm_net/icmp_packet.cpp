@@ -20,6 +20,11 @@ constexpr int kIpDestination = 16;
 /// Takes the next packet away if it is a request of this process to itself. @return whether it was
 bool drop_own_request(int sock, int pid, in_addr host)
 {
+  pollfd entry{sock, POLLIN, 0};
+  if (poll(&entry, 1, 0) < 1 || (entry.revents & POLLERR) != 0)
+  {
+    return false; // a look would take the error away, and receiving could wait for ever
+  }
   char packet[128];
   const ssize_t got = recv(sock, packet, sizeof packet, MSG_PEEK | MSG_DONTWAIT);
   const EchoView echo = view_packet(packet, static_cast<int>(got));
