@@ -131,9 +131,7 @@ TEST(Codec, CarriesTimesAsBcd)
   Bytes can(5);
   EXPECT_EQ(canbustime2bcd(can.data(), static_cast<int>(t)), 0);
   EXPECT_EQ(Bytes(can.begin(), can.begin() + 3), (Bytes{0x08, 0x05, 0x09}));
-  EXPECT_LE(can[3], 9);
-  EXPECT_LE(can[4] & 0x0F, 9);
-  EXPECT_LE(can[4] >> 4, 9);
+  EXPECT_TRUE(can[3] <= 9 && (can[4] & 0x0F) <= 9 && can[4] >> 4 <= 9) << int{can[3]} << " " << int{can[4]};
 }
 
 TEST(Codec, HexTextBothWays)

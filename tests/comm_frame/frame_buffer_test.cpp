@@ -188,12 +188,8 @@ void check_read(CCommBuffer& buffer, Model& model, Model::Reader& reader, Kind k
     }
     if (kind == KindEx)
     {
-      const uint32_t words[] = {static_cast<uint32_t>(info.timeStamp),
-                                static_cast<uint32_t>(info.timeStamp >> 32),
-                                0xAA55AA55,
-                                info.frameType,
-                                info.frameClass,
-                                info.length};
+      uint32_t words[] = {0, 0, 0xAA55AA55, info.frameType, info.frameClass, info.length};
+      memcpy(words, &info.timeStamp, 8);
       const auto* raw = reinterpret_cast<const unsigned char*>(words);
       bytes.insert(bytes.end(), raw, raw + 24);
     }

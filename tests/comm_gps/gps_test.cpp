@@ -9,6 +9,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -122,16 +123,12 @@ TEST(Gps, PolygonsOfAllSizesHoldWhatIsInThem)
   EXPECT_GT(inside, 10000);
 
   gps_point_t square[] = {{0, 0}, {0, 2}, {2, 2}, {2, 0}};
-  struct Edge
+  std::pair<gps_point_t, int> edges[] = {{{1, 0}, 0}, {{1, 2}, 1}, {{0, 1}, 1}, {{2, 1}, 0}, {{1, 1}, 1}};
+  for (auto& [p, is_inside] : edges)
   {
-    gps_point_t p;
-    int inside;
-  };
-  for (Edge e : {Edge{{1, 0}, 0}, Edge{{1, 2}, 1}, Edge{{0, 1}, 1}, Edge{{2, 1}, 0}, Edge{{1, 1}, 1}})
-  {
-    EXPECT_EQ(gps_is_in_area_poly(&e.p, square, 4), e.inside) << e.p.lat << "," << e.p.lon;
-    EXPECT_EQ(gps_is_in_area_rect(&e.p, &square[3], &square[1]), e.inside);
-    EXPECT_EQ(gps_is_in_area_poly(&e.p, square, 2), 0);
+    EXPECT_EQ(gps_is_in_area_poly(&p, square, 4), is_inside) << p.lat << "," << p.lon;
+    EXPECT_EQ(gps_is_in_area_rect(&p, &square[3], &square[1]), is_inside);
+    EXPECT_EQ(gps_is_in_area_poly(&p, square, 2), 0);
   }
   std::vector<gps_point_t> odd(100, {std::numeric_limits<double>::quiet_NaN(), 0});
   odd[50] = {std::numeric_limits<double>::infinity(), 1};

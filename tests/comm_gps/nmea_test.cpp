@@ -68,33 +68,19 @@ int take_with_line(const std::string& text, const char* expected)
   return taken;
 }
 
+// A sentence of one of the five kinds, with any digits.
 std::string sentence(int kind)
 {
+  const char* const forms[] = {"$GNRMC,1#4#5#.###,A,####.####,N,####.#####,W,##.#,3##.#,1#0###,,,A",
+                               "$GPGSA,A,#,##,##,,,,,,,,,,,2.1,1.2,1.7",
+                               "$BDGSV,3,#,12,1,2,3,4,5,6,7,,9,10,11,12,13,14,15,16",
+                               "$GPGGA,121252,####.####,S,####.####,E,1,05,2.0,-45.9,M,-5.7,M,,0000",
+                               "$GPVTG,3##.7,T,,M,022.4,N,1##.5,K"};
+  std::string form = forms[kind];
+  for (char& c : form)
+    c = c == '#' ? static_cast<char>('0' + below(10)) : c;
   char text[256];
-  const auto random_place = []
-  {
-    return below(9000) + below(10000) / 1e4;
-  };
-  switch (kind)
-  {
-  case NMEA_RMC:
-    nmea_printf(text, sizeof text, "$GNRMC,%02d%02d%02d.%d,A,%.4f,N,%.5f,W,%.1f,%.1f,%02d%02d%02d,,,A",
-                below(24), below(60), below(60), below(1000), random_place(), random_place(),
-                below(900) / 10.0, below(3600) / 10.0, below(28) + 1, below(12) + 1, below(100));
-    break;
-  case NMEA_GSA:
-    nmea_printf(text, sizeof text, "$GPGSA,A,%d,%d,%d,,,,,,,,,,,2.1,1.2,1.7", below(4), below(99), below(99));
-    break;
-  case NMEA_GSV:
-    nmea_printf(text, sizeof text, "$BDGSV,3,%d,12,1,2,3,4,5,6,7,,9,10,11,12,13,14,15,16", below(3) + 1);
-    break;
-  case NMEA_GGA:
-    nmea_printf(text, sizeof text, "$GPGGA,121252,%.4f,S,%.4f,E,1,05,2.0,-45.9,M,-5.7,M,,0000",
-                random_place(), random_place());
-    break;
-  default:
-    nmea_printf(text, sizeof text, "$GPVTG,%d.7,T,,M,022.4,N,%d.5,K", below(360), below(200));
-  }
+  nmea_printf(text, sizeof text, "%s", form.c_str());
   return text;
 }
 

@@ -97,15 +97,7 @@ TEST(Watchdog, DogsComeAndGoWhileASupervisorChecks)
 {
   std::array<std::thread, 4> watched;
   std::atomic<int> failures{0};
-  std::atomic<bool> done{false};
-  std::thread supervisor(
-      [&]
-      {
-        while (!done)
-        {
-          failures += CCommDog::Instance()->CheckDog();
-        }
-      });
+  std::atomic<size_t> left{watched.size()};
   for (std::thread& thread : watched)
   {
     thread = std::thread(
@@ -117,13 +109,16 @@ TEST(Watchdog, DogsComeAndGoWhileASupervisorChecks)
             failures += CCommDog::Instance()->FeedDog(id) != 0;
             failures += CCommDog::Instance()->DeregisterDog(id) != 0;
           }
+          --left;
         });
+  }
+  while (left > 0)
+  {
+    failures += CCommDog::Instance()->CheckDog();
   }
   for (std::thread& thread : watched)
   {
     thread.join();
   }
-  done = true;
-  supervisor.join();
   EXPECT_EQ(failures, 0);
 }
