@@ -6,6 +6,7 @@
 
 #include "internal/relaxed.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -103,15 +104,22 @@ bool ListenLoop::wait()
 bool ListenLoop::receive()
 {
   memset(m_buffer, 0, kDatagramBytes);
-  sockaddr_un from{};
-  socklen_t fromLen = sizeof from; // the whole room each time: a short address must not cut the next one
+  struct
+  {
+    sockaddr_un address;
+    char end; // a path may fill the address, and callbacks read it as a string
+  } from{};
+  constexpr socklen_t room = sizeof from.address;
+  socklen_t fromLen = room; // each time: a short address must not cut the next one
   const ssize_t got =
-      recvfrom(m_sock, m_buffer, kDatagramBytes, 0, reinterpret_cast<sockaddr*>(&from), &fromLen);
+      recvfrom(m_sock, m_buffer, kDatagramBytes, 0, reinterpret_cast<sockaddr*>(&from.address), &fromLen);
   if (got < 0)
   {
     return false;
   }
-  l.callback(m_sock, &from, &fromLen, m_buffer, static_cast<int>(got), l.arg);
+  // Of a path that fills the address the kernel counts a zero behind it, and takes no answer of that length.
+  fromLen = std::min(fromLen, room);
+  l.callback(m_sock, &from.address, &fromLen, m_buffer, static_cast<int>(got), l.arg);
   return true;
 }
 

@@ -151,6 +151,23 @@ TEST(UnixDomain, LongPathsMeanTheirFirst107Characters)
   EXPECT_EQ(StopUnixDomainListen(StartUnixDomainListen(nullptr, answer, nullptr)), 0);
 }
 
+TEST(UnixDomain, ASenderWhosePathFillsItsAddressIsAnswered)
+{
+  const std::string path = path_in_temp("full");
+  RawSocket asker;
+  sockaddr_un own = unix_domain_address((path + "_asker" + std::string(108, 'p')).c_str());
+  own.sun_path[sizeof own.sun_path - 1] = 'p'; // no zero behind it
+  ASSERT_EQ(bind(asker.sock, reinterpret_cast<sockaddr*>(&own), sizeof own), 0);
+  {
+    const Listener listener(path);
+    EXPECT_TRUE(asker.Send(path));
+    pollfd answered{asker.sock, POLLIN, 0};
+    EXPECT_EQ(poll(&answered, 1, 5000), 1);
+  }
+  unlink(std::string(own.sun_path, sizeof own.sun_path).c_str());
+  unlink(path.c_str());
+}
+
 TEST(UnixDomain, AnIdleListenerAnswersAtOnceAndStopsSoon)
 {
   const std::string path = path_in_temp("idle");
