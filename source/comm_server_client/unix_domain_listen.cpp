@@ -201,7 +201,7 @@ void* StartUnixDomainListen(char* path, UnixDomainCallback_t callback, void* arg
   char name[64];
   snprintf(name, sizeof name, "Start Unix Domain Listen: %.36s", listener->path); // 62 characters at most
   // A thread that the system does not grant is a positive result, and leaves a handle that never listens.
-  if (listener->thread == nullptr || ThreadStart(listener->thread, listener_main, listener, name) < 0)
+  if (ThreadStart(listener->thread, listener_main, listener, name) < 0)
   {
     free_listener(listener);
     return nullptr;
