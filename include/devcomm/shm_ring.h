@@ -36,7 +36,8 @@ typedef int SHM_USERID_T;
 /// is in use: who opens a new one is not excluded by those who have the old one.
 ///
 /// Nothing found in a segment is trusted: whatever stands there, no member reads or writes outside of it.
-/// An object without a lock file or a segment is not usable, and every member says so by its result.
+/// An object without a segment is not usable, and every member says so by its result. One that may not open its lock
+/// file, another user's for example, works but excludes nobody.
 class DEVCOMM_API CCommShmBuffer
 {
 public:
