@@ -7,7 +7,8 @@ constexpr unsigned int headBytes = 8;
 constexpr unsigned char descriptorType = 0x09;
 constexpr unsigned int descriptorBytes = 14; // type and length among them
 
-// The ATA Status Return descriptor, which need not be the first one. @return null when it is not there, whole
+// The ATA Status Return descriptor, which need not be the first one. @return null when it is not there, whole: in
+// a shorter one the next descriptor's bytes would be taken for registers
 const unsigned char* find_registers(const unsigned char (&sense)[senseBytes])
 {
   const bool isDescriptorFormat = (sense[0] & 0x7F) == 0x72;
@@ -21,7 +22,7 @@ const unsigned char* find_registers(const unsigned char (&sense)[senseBytes])
   {
     if (sense[at] == descriptorType)
     {
-      return sense + at;
+      return sense[at + 1] >= descriptorBytes - 2 ? sense + at : nullptr;
     }
   }
   return nullptr;
@@ -68,7 +69,7 @@ Sense judge_key(const unsigned char (&sense)[senseBytes])
 }
 
 // Registers of a disk that is busy or has a fault, that are all zero as some bridges make them up, or that came
-// without the high-order bytes or in a descriptor of another length.
+// without the high-order bytes or in a longer descriptor.
 bool is_doubtful(const unsigned char* descriptor, const ata_tf& tf)
 {
   constexpr unsigned int busyOrFault = 0xA0;
