@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -18,7 +18,8 @@ constexpr char kCard[] = "/mnt/sd";
 constexpr char kCacheName[] = "events";
 constexpr int kMostWaiting = 4096;
 constexpr size_t kMostOwed = 1000;
-constexpr int kLineBytes = 1024; // what a record of the cache holds
+constexpr size_t kLongestPath = 255; // the cache cuts a longer one
+constexpr int kLineBytes = 1024;     // what a record of the cache holds
 
 bool make_path(std::string path)
 {
@@ -34,7 +35,7 @@ int event_line(const Event& event, char (&line)[kLineBytes])
   return std::min(length, kLineBytes - 1);
 }
 
-bool append_all(int fd, const std::string& text)
+bool write_all(int fd, const std::string& text)
 {
   size_t done = 0;
   while (done < text.size())
@@ -45,6 +46,23 @@ bool append_all(int fd, const std::string& text)
     done += put > 0 ? static_cast<size_t>(put) : 0;
   }
   return fsync(fd) == 0;
+}
+
+// Adds whole lines, or nothing. A line that a kill once cut short is ended first.
+bool append_lines(const char* file, std::string lines)
+{
+  const int fd = open(file, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  if (fd < 0)
+    return false;
+  const off_t end = lseek(fd, 0, SEEK_END);
+  char last = '\n';
+  if (end > 0 && pread(fd, &last, 1, end - 1) == 1 && last != '\n')
+    lines.insert(0, 1, '\n');
+  const bool written = end >= 0 && write_all(fd, lines);
+  if (!written && (end < 0 || ftruncate(fd, end) != 0))
+    perror("recorder: cannot take back what is half written");
+  close(fd);
+  return written;
 }
 
 } // namespace
@@ -82,11 +100,19 @@ bool Journal::open_cache(const std::string& dir)
       return fail("use the directory", card_.c_str());
   }
   waiting_.setCacheFile(kCacheName, 0, kMostWaiting);
-  if (waiting_.openCacheFile(card_.c_str()) < 0)
+  if (card_.size() + sizeof kCacheName > kLongestPath || !reopen_cache())
     return fail("open the cache in", card_.c_str());
-  // It is made unreadable; a recorder that does not run as root wants it back after a restart.
-  chmod((card_ + "/" + kCacheName).c_str(), 0600);
   return true;
+}
+
+// At the positions in the file: what was read and not yet confirmed waits again.
+bool Journal::reopen_cache()
+{
+  const bool opened = waiting_.openCacheFile(card_.c_str()) >= 0;
+  // It is made unreadable; a recorder that does not run as root wants it back after a restart.
+  if (opened)
+    chmod((card_ + "/" + kCacheName).c_str(), 0600);
+  return opened;
 }
 
 bool Journal::open_database(const std::string& file)
@@ -109,12 +135,24 @@ void Journal::on_event(const Event& event)
   const CAutoLock guard(&lock_);
   if (!open_)
     return;
-  if (waiting_.CheckCacheFileExist() == 0) // a card that failed may be back
-    waiting_.openCacheFile(card_.c_str());
   char line[kLineBytes];
-  waiting_.saveCacheData(0, event_line(event, line), line, true);
+  keep_waiting(line, event_line(event, line));
   owed_.push_back({static_cast<double>(event.timeUs), event.kind, event.text, event.position});
   insert_owed();
+}
+
+void Journal::keep_waiting(const char* line, int length)
+{
+  // A card that failed may be back; one that fails now gets a second chance, for this event would be lost.
+  for (int attempt = 0; attempt < 2; ++attempt)
+  {
+    if (waiting_.CheckCacheFileExist() == 0 && !reopen_cache())
+      continue;
+    waiting_.saveCacheData(0, length, line, true);
+    if (waiting_.CheckCacheFileExist() == 1)
+      return;
+  }
+  fail("keep an event in", card_.c_str());
 }
 
 // Leaves for the next time what the database does not take now.
@@ -151,6 +189,10 @@ void Journal::on_position(const Position& position)
 int Journal::move_waiting(const char* file)
 {
   const CAutoLock guard(&lock_);
+  if (!open_)
+    return 0;
+  if (waiting_.CheckCacheFileExist() == 0)
+    reopen_cache();
   std::string lines;
   int moved = 0;
   int tag = 0;
@@ -163,13 +205,9 @@ int Journal::move_waiting(const char* file)
   }
   if (moved == 0)
     return 0;
-  const int fd = ::open(file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  const bool safe = fd >= 0 && append_all(fd, lines);
-  if (fd >= 0)
-    ::close(fd);
-  if (!safe)
+  if (!append_lines(file, std::move(lines)))
   {
-    waiting_.openCacheFile(card_.c_str()); // at the positions in the file: what was read waits again
+    reopen_cache();
     return -1;
   }
   waiting_.updateHead();

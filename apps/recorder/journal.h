@@ -31,7 +31,7 @@ public:
 
   /// Moves the waiting events to the end of a file, a line each: time in microseconds since 1970, kind, latitude,
   /// longitude, text, with tabs between them. They wait on unless the file is safe; after a kill some may both
-  /// wait and be in the file.
+  /// wait and be in the file, the last of them there cut short.
   ///
   /// @return events moved; -1 when the file cannot be written
   int move_waiting(const char* file);
@@ -42,7 +42,9 @@ public:
 private:
   bool fail(const char* what, const char* name) const;
   bool open_cache(const std::string& dir);
+  bool reopen_cache();
   bool open_database(const std::string& file);
+  void keep_waiting(const char* line, int length);
   void insert_owed();
 
   struct Row
