@@ -19,7 +19,9 @@ constexpr char kCacheName[] = "events";
 constexpr int kMostWaiting = 4096;
 constexpr size_t kMostOwed = 1000;
 constexpr size_t kLongestPath = 255; // the cache cuts a longer one
-constexpr int kLineBytes = 1024;     // what a record of the cache holds
+constexpr int kLastWaits = 20;       // for a database that is in use when the journal closes
+constexpr useconds_t kLastWaitUs = 50000;
+constexpr int kLineBytes = 1024; // what a record of the cache holds
 
 bool make_path(std::string path)
 {
@@ -84,10 +86,10 @@ bool Journal::open(const char* dir)
     return fail("use the directory", dir);
   const CAutoLock guard(&lock_);
   const std::string data = dir;
-  if (!open_cache(data) || !open_database(data + "/recorder.db"))
-    return false;
-  open_ = true;
-  return true;
+  open_ = open_cache(data) && open_database(data + "/recorder.db");
+  if (!open_)
+    release();
+  return open_;
 }
 
 bool Journal::open_cache(const std::string& dir)
@@ -219,8 +221,18 @@ void Journal::close()
   const CAutoLock guard(&lock_);
   if (!open_)
     return;
-  insert_owed();
+  for (int wait = 0; wait < kLastWaits && !owed_.empty(); ++wait)
+  {
+    insert_owed();
+    if (!owed_.empty())
+      usleep(kLastWaitUs);
+  }
   open_ = false;
+  release();
+}
+
+void Journal::release()
+{
   insertEvent_.Clear();
   insertTrack_.Clear();
   database_.Close();

@@ -36,7 +36,8 @@ public:
   /// @return events moved; -1 when the file cannot be written
   int move_waiting(const char* file);
 
-  /// Writes what is still owed to the database, and closes everything.
+  /// Writes what is still owed to the database, for which it waits a second when that is in use, and closes
+  /// everything.
   void close();
 
 private:
@@ -46,6 +47,7 @@ private:
   bool open_database(const std::string& file);
   void keep_waiting(const char* line, int length);
   void insert_owed();
+  void release();
 
   struct Row
   {
