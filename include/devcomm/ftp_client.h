@@ -161,8 +161,8 @@ public:
   int FtpMkd(int which);
   int FtpMkd(char* path);
 
-  /// Enters /remotedir (which 0) or /remotedir/subdir. When subdir equals remotedir nothing is sent and the result
-  /// is 0: callers that keep one directory in both fields rely on it.
+  /// Enters /remotedir (which 0) or /remotedir/subdir. When subdir is set and equals remotedir, nothing is sent and
+  /// the result is 0: callers that keep one directory in both fields rely on it.
   int FtpCwd(int which);
 
   /// Enters path, as it is.
