@@ -1,5 +1,6 @@
 #include <devcomm/socket.h>
 
+#include "support/measure.h"
 #include "support/signal_storm.h"
 
 #include <gtest/gtest.h>
@@ -8,33 +9,17 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/select.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <functional>
-#include <string>
 #include <thread>
 #include <vector>
 
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
-
 int port_of(const sockaddr_in& address)
 {
   return ntohs(address.sin_port);
-}
-
-double seconds_of(const std::function<void()>& work)
-{
-  const auto start = Clock::now();
-  work();
-  return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 int option_of(int sock, int level, int option)
@@ -45,11 +30,9 @@ int option_of(int sock, int level, int option)
   return value;
 }
 
-int lowest_free_fd()
+void close_all(const std::vector<int>& fds)
 {
-  const int fd = dup(1);
-  close(fd);
-  return fd;
+  std::for_each(fds.begin(), fds.end(), close);
 }
 
 /// select() itself, as the judge.
@@ -82,10 +65,12 @@ TEST(Socket, WaitsAnswerLikeSelectForEveryKindOfDescriptor)
   const int connected = tcp_connect("127.0.0.1", port_of(listening), nullptr, 1000, 0, 0);
   const int idle = socket(AF_INET, SOCK_STREAM, 0);
   const int file = open("/proc/self/status", O_RDONLY);
-  const int closed = dup(1);
-  close(closed);
-  for (int fd : {live[0], live[1], halfGone[0], readerGone[1], pair[0], refused, listener, connected, idle,
-                 file, closed})
+  const int closed = lowest_free_fd();
+  const std::vector<int> openOnes = {live[0], live[1],  halfGone[0], readerGone[1], pair[0],
+                                     refused, listener, connected,   idle,          file};
+  std::vector<int> fds = openOnes;
+  fds.push_back(closed);
+  for (int fd : fds)
   {
     SCOPED_TRACE(fd);
     EXPECT_EQ(select_read(fd, 0), real_select(fd, false));
@@ -104,11 +89,8 @@ TEST(Socket, WaitsAnswerLikeSelectForEveryKindOfDescriptor)
   ASSERT_GE(high, 3000) << "needs RLIMIT_NOFILE of 3001";
   EXPECT_EQ(select_read(high, 0), 1);
   EXPECT_EQ(select_write(high, 0), 0);
-  for (int fd : {live[0], live[1], halfGone[0], readerGone[1], pair[0], refused, listener, connected, idle,
-                 file, high})
-  {
-    close(fd);
-  }
+  close(high);
+  close_all(openOnes);
 }
 
 TEST(Socket, WaitsLastTheirTimeWithTheMillisecondsShrunkToMicroseconds)
@@ -162,25 +144,17 @@ TEST(Socket, ASignalEndsAWaitButNotAConnect)
         [&]
         {
           while (SignalStorm::count() - before < 100)
-          {
             std::this_thread::yield();
-          }
           for (int sock; (sock = tcp_accept(listener, nullptr)) > 0;)
-          {
             close(sock);
-          }
         });
     const int client = tcp_connect("127.0.0.1", port_of(address), nullptr, timeoutMs, 0, 0);
     acceptor.join();
     EXPECT_GT(client, 0);
     EXPECT_EQ(check_sock_err(client), 0);
     EXPECT_GE(SignalStorm::count() - before, 100);
-    close(client);
-    for (int sock : filling)
-    {
-      close(sock);
-    }
-    close(listener);
+    filling.insert(filling.end(), {client, listener});
+    close_all(filling);
   }
 }
 
@@ -200,7 +174,8 @@ TEST(Socket, OpenedSocketsAreBoundAndSetAsPromised)
   const int unbound = udp_unicast_init(-1, &address);
   EXPECT_EQ(option_of(unbound, SOL_SOCKET, SO_REUSEADDR), 0);
   const int listener = tcp_listen(0, &address);
-  for (int sock : {unicast, again, broadcast, unbound, listener})
+  const std::vector<int> socks = {unicast, again, broadcast, unbound, listener};
+  for (int sock : socks)
   {
     EXPECT_NE(fcntl(sock, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_NE(fcntl(sock, F_GETFD) & FD_CLOEXEC, 0);
@@ -222,18 +197,11 @@ TEST(Socket, OpenedSocketsAreBoundAndSetAsPromised)
 
   const int multicast = udp_multicast_init("239.1.2.3", 0, nullptr);
   if (multicast < 0 && errno == ENODEV)
-  {
     printf("no interface for multicast here: joining a group was not tried\n");
-  }
   else
-  {
     EXPECT_EQ(option_of(multicast, IPPROTO_IP, IP_MULTICAST_LOOP), 0);
-    close(multicast);
-  }
-  for (int sock : {unicast, again, broadcast, unbound, listener})
-  {
-    close(sock);
-  }
+  close(multicast);
+  close_all(socks);
 }
 
 TEST(Socket, DescriptorZeroIsRefusedAndNotKept)
@@ -242,11 +210,8 @@ TEST(Socket, DescriptorZeroIsRefusedAndNotKept)
   close(0);
   EXPECT_EQ(udp_unicast_init(0, nullptr), -1);
   EXPECT_EQ(fcntl(0, F_GETFD), -1);
-  if (kept >= 0)
-  {
-    dup2(kept, 0);
-    close(kept);
-  }
+  dup2(kept, 0);
+  close(kept);
 }
 
 TEST(Socket, AddressesComeFromDottedTextAndNames)
@@ -314,8 +279,7 @@ TEST(Socket, StreamsConnectAndARefusalShowsLater)
   const std::string here = std::to_string(port_of(peer));
   const std::string there = std::to_string(port);
   EXPECT_EQ(get_sock_info(client), "[" + fd + "](127.0.0.1:" + here + ")<->(127.0.0.1:" + there + ")");
-  char word[32];
-  snprintf(word, sizeof word, "127.0.0.1(0x%x):", htonl(INADDR_LOOPBACK));
+  const std::string word = htonl(1) == 1 ? "127.0.0.1(0x7f000001):" : "127.0.0.1(0x100007f):";
   char text[100];
   EXPECT_EQ(get_sock_info_ex(client, text, sizeof text), text);
   EXPECT_EQ(text, "[" + fd + "](" + word + here + ")<->(" + word + there + ")");
@@ -323,9 +287,7 @@ TEST(Socket, StreamsConnectAndARefusalShowsLater)
   EXPECT_STREQ(get_sock_info(-1), "[-1](xxx:-1)<->(xxx:-1)");
   EXPECT_STREQ(get_sock_info_ex(-1, text, 8), "[-1](xx");
 
-  close(server);
-  close(client);
-  close(listener);
+  close_all({server, client, listener});
   const int free_fd = lowest_free_fd();
   EXPECT_EQ(tcp_connect("127.0.0.1", port, nullptr, -1, 0, 0), -1);
   EXPECT_EQ(errno, ECONNREFUSED);

@@ -1,31 +1,12 @@
 #include <devcomm/tcp_service.h>
 
+#include "support/measure.h"
 #include "support/tcp_peer.h"
 
 #include <fcntl.h>
 
-#include <algorithm>
+#include <tuple>
 #include <vector>
-
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
-
-namespace
-{
-
-int occurrences(const std::string& text, const std::string& what)
-{
-  int count = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
-  {
-    ++count;
-  }
-  return count;
-}
-
-} // namespace
 
 TEST(TcpConnection, ReportsEveryStepInItsOrder)
 {
@@ -49,9 +30,7 @@ TEST(TcpConnection, KeepsWhatTheCallbackDoesNotConsume)
       [&](SERVICE_STATE_E state, const std::string& data, tcp_server_st*, tcp_client_st* client)
       {
         if (state != SERVICE_STATE_RECV)
-        {
           return 0;
-        }
         EXPECT_EQ(ClientGetRecvBufSize(client), static_cast<int>(data.size()));
         seen.push_back(data);
         return seen.size() == 1 ? 0 : seen.size() == 2 ? 3 : 1000;
@@ -72,11 +51,7 @@ TEST(TcpConnection, HeldDataKeepsIdleBackUntilItIsOut)
   const std::string bulk(4 << 20, 'x');
   Events events(
       [&](SERVICE_STATE_E state, const std::string&, tcp_server_st*, tcp_client_st* client)
-      {
-        return state == SERVICE_STATE_START
-                   ? ClientSendData(client, bulk.data(), static_cast<int>(bulk.size()), 1)
-                   : 0;
-      });
+      { return state == SERVICE_STATE_START ? ClientSendData(client, bulk.data(), 4 << 20, 1) : 0; });
   Standalone link(events);
   ASSERT_TRUE(events.Wait('W'));
   usleep(100000); // several passes with the peer asleep
@@ -99,27 +74,24 @@ TEST(TcpConnection, HeldDataKeepsIdleBackUntilItIsOut)
 
 TEST(TcpConnection, EndsWithOneCloseForEveryReason)
 {
-  const struct
+  const std::tuple<SERVICE_STATE_E, const char*, int> refusals[] = {
+      {SERVICE_STATE_START, "SC", 0},
+      {SERVICE_STATE_IDLE, "SIC", 0},
+      {SERVICE_STATE_RECV, "SIRC", 1}, // only the results given to RECV and SEND are reported
+      {SERVICE_STATE_SEND, "SIRIWC", 1}};
+  for (const auto& [refused, steps, reports] : refusals)
   {
-    SERVICE_STATE_E state;
-    const char* steps;
-    int reports; // only for the results given to RECV and SEND
-  } refusals[] = {{SERVICE_STATE_START, "SC", 0},
-                  {SERVICE_STATE_IDLE, "SIC", 0},
-                  {SERVICE_STATE_RECV, "SIRC", 1},
-                  {SERVICE_STATE_SEND, "SIRIWC", 1}};
-  for (const auto& refusal : refusals)
-  {
-    Events events([&](SERVICE_STATE_E state, const std::string& data, tcp_server_st*, tcp_client_st* client)
-                  { return state == refusal.state ? -1 : echo(state, data, nullptr, client); });
+    Events events([&refused = refused](SERVICE_STATE_E state, const std::string& data, tcp_server_st*,
+                                       tcp_client_st* client)
+                  { return state == refused ? -1 : echo(state, data, nullptr, client); });
     CaptureStderr();
     Standalone link(events);
     link.peer.Send("x");
     EXPECT_TRUE(events.Wait('C'));
     EXPECT_TRUE(link.peer.Receive(2).size() < 2 && link.peer.AtEnd());
     EXPECT_EQ(occurrences(GetCapturedStderr(), "WARNING, assert failed (source/comm_server_client/"),
-              refusal.reports);
-    EXPECT_EQ(events.Steps(), refusal.steps);
+              reports);
+    EXPECT_EQ(events.Steps(), steps);
   }
 
   Events silent([](SERVICE_STATE_E state, const std::string&, tcp_server_st*, tcp_client_st* client)
@@ -169,16 +141,17 @@ TEST(TcpConnection, DataOfAnotherThreadLeavesAtOnceAndMakesNoPass)
   for (int i = 0; i < kTrials; ++i)
   {
     usleep(5000 + 700 * static_cast<useconds_t>(i)); // anywhere within a pass
-    const auto queued = std::chrono::steady_clock::now();
-    ClientSendData(link.client, "x", 1, 0);
-    EXPECT_EQ(link.peer.Receive(1), "x");
-    delays.push_back(
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - queued).count());
+    delays.push_back(seconds_of(
+        [&]
+        {
+          ClientSendData(link.client, "x", 1, 0);
+          EXPECT_EQ(link.peer.Receive(1), "x");
+        }));
   }
   std::sort(delays.begin(), delays.end());
-  EXPECT_LT(delays[kTrials / 2], 5.0); // passes alone would give 10
-  const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - begin;
-  EXPECT_LE(events.Count('I'), elapsed.count() / 20 + kTrials + 2);
+  EXPECT_LT(delays[kTrials / 2], 0.005); // passes alone would give 0.01
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+  EXPECT_LE(events.Count('I'), elapsed.count() / 0.02 + kTrials + 2);
 }
 
 TEST(TcpConnection, StartsAnewWhileTheOldThreadStillEnds)
@@ -235,12 +208,13 @@ TEST(TcpServer, RefusesBeyondItsLimitAndStopsInOrder)
   }
   const std::string out = GetCapturedStdout();
   size_t at = 0;
-  for (const std::string& line : {std::string("accept conn, sock="), std::string(", info=["),
-                                  std::string("accept conn, sock="), std::string("refuse conn : sock="),
-                                  "thread tcp server, listen port=" + std::to_string(port) + ", sock=",
-                                  std::string("    alive conns info:\n    ==client sock:["),
-                                  "thread tcp server thread exit, port=" + std::to_string(port) + "\n",
-                                  std::string("server waiting(1) for client quit, clientNum=1\n")})
+  const std::string number = std::to_string(port);
+  for (const std::string& line :
+       std::vector<std::string>{"accept conn, sock=", ", info=[", "accept conn, sock=", "refuse conn : sock=",
+                                "thread tcp server, listen port=" + number + ", sock=",
+                                "    alive conns info:\n    ==client sock:[",
+                                "thread tcp server thread exit, port=" + number + "\n",
+                                "server waiting(1) for client quit, clientNum=1\n"})
   {
     at = out.find(line, at);
     ASSERT_NE(at, std::string::npos) << line << "not in order in\n" << out;

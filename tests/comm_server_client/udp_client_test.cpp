@@ -4,16 +4,13 @@
 
 #include <devcomm/socket.h>
 
+#include "support/measure.h"
 #include "support/tcp_peer.h"
 
 #include <fcntl.h>
 
+#include <tuple>
 #include <vector>
-
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 namespace
 {
@@ -26,36 +23,24 @@ struct Service
 
   explicit Service(Answer answer) : m_answer(std::move(answer))
   {
-    sockaddr_in any{};
-    any.sin_family = AF_INET;
-    any.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(bind(peer, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
-    peerAddress = AddressOf(peer);
+    auto* at = reinterpret_cast<sockaddr*>(&peerAddress);
+    socklen_t len = sizeof peerAddress;
+    peerAddress.sin_family = AF_INET;
+    peerAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_TRUE(bind(peer, at, len) == 0 && getsockname(peer, at, &len) == 0);
   }
   ~Service()
   {
     if (client != nullptr)
-    {
       UdpClientUninit(client);
-    }
     close(peer);
-  }
-  static sockaddr_in AddressOf(int sock)
-  {
-    sockaddr_in address{};
-    socklen_t len = sizeof address;
-    getsockname(sock, reinterpret_cast<sockaddr*>(&address), &len);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
   }
   int Start(bool isConnected = false)
   {
-    sock = udp_unicast_init(0, nullptr);
-    address = AddressOf(sock);
+    sock = udp_unicast_init(0, &address);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (isConnected)
-    {
       connect(sock, reinterpret_cast<sockaddr*>(&peerAddress), sizeof peerAddress);
-    }
     m_log.clear();
     return UdpClientStart(client, sock, peerAddress, Callback, this);
   }
@@ -93,9 +78,9 @@ struct Service
 
   udp_client_st* client = UdpClientInit();
   int sock = -1;
-  int peer = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
   sockaddr_in peerAddress{};
+  int peer = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 
 private:
   Answer m_answer;
@@ -118,12 +103,9 @@ TEST(UdpClient, JoinsQueuedSendsAndKeepsWhatIsNotConsumed)
           UdpClientSendData(client, "two", 3);
           EXPECT_EQ(UdpClientGetSendBufSize(client), 6);
         }
-        if (state != SERVICE_STATE_RECV)
-        {
-          return 0;
-        }
-        seen.push_back(data);
-        return seen.size() == 1 ? 0 : seen.size() == 2 ? 3 : 1000000;
+        if (state == SERVICE_STATE_RECV)
+          seen.push_back(data);
+        return state != SERVICE_STATE_RECV || seen.size() == 1 ? 0 : seen.size() == 2 ? 3 : 1000000;
       });
   ASSERT_EQ(service.Start(), 0);
   EXPECT_EQ(service.Receive(), "onetwo");
@@ -150,62 +132,42 @@ TEST(UdpClient, EndsWithALineForEveryReasonAndStartsAgain)
   Service service(
       [&](SERVICE_STATE_E state, const std::string& data, udp_client_st*)
       {
-        if (state == SERVICE_STATE_CLOSE)
-        {
-          EXPECT_EQ(fcntl(service.sock, F_GETFD), FD_CLOEXEC); // still open
-        }
+        EXPECT_EQ(fcntl(service.sock, F_GETFD), FD_CLOEXEC); // open to the end
         return state == refused ? -1 : static_cast<int>(data.size());
       });
-  const auto cause = [&](int reason)
+  constexpr int kNobody = -1;
+  constexpr int kStopped = -2;
+  constexpr int kDeaf = -3;
+  const std::tuple<int, const char*, const char*, size_t> ends[] = {
+      // who refuses or ends, the log, a datagram received, bytes to send
+      {SERVICE_STATE_START, "SC", nullptr, 0},
+      {SERVICE_STATE_RECV, "SRC", "x", 0},
+      {SERVICE_STATE_SEND, "SWC", nullptr, 1},
+      {kNobody, "SC", "", 0},
+      {kNobody, "SC", nullptr, 65508}, // more than a datagram holds
+      {kStopped, "SC", nullptr, 0},
+      {kDeaf, "SWC", nullptr, 1}}; // nobody at the far end
+  for (const auto& [reason, log, received, bytes] : ends)
   {
-    switch (reason)
-    {
-    case SERVICE_STATE_RECV:
-      return service.Send("x");
-    case SERVICE_STATE_SEND:
-      UdpClientSendData(service.client, "x", 1);
-      return;
-    case 5:
-      return service.Send(""); // an empty datagram
-    case 6:                    // more than a datagram holds
-      UdpClientSendData(service.client, std::string(65508, 'x').data(), 65508);
-      return;
-    case 7: // nobody at the far end
-      close(service.peer);
-      UdpClientSendData(service.client, "x", 1);
-      return;
-    case 8:
-      ThreadSetStatus(service.client->thread, 0);
-      return;
-    default:
-      return; // SERVICE_STATE_START
-    }
-  };
-  const struct
-  {
-    int reason;
-    const char* log;
-  } ends[] = {{SERVICE_STATE_START, "SC"},
-              {SERVICE_STATE_RECV, "SRC"},
-              {SERVICE_STATE_SEND, "SWC"},
-              {5, "SC"},
-              {6, "SC"},
-              {8, "SC"},
-              {7, "SWC"}};
-  for (const auto& end : ends)
-  {
-    refused = end.reason;
+    refused = reason;
     CaptureStdout();
-    ASSERT_EQ(service.Start(end.reason == 7), 0); // on a record whose thread ended by itself, never joined
+    ASSERT_EQ(service.Start(reason == kDeaf), 0); // on a record whose thread ended by itself, never joined
     const std::string remove = "udp remove conn, [" + std::to_string(service.sock) + "](";
-    cause(end.reason);
-    EXPECT_TRUE(service.Reaches(end.log)) << end.reason << ": " << service.Log();
+    if (received != nullptr)
+      service.Send(received);
+    if (reason == kDeaf)
+      close(service.peer);
+    if (reason == kStopped)
+      ThreadSetStatus(service.client->thread, 0);
+    if (bytes > 0)
+      UdpClientSendData(service.client, std::string(bytes, 'x').data(), static_cast<int>(bytes));
+    EXPECT_TRUE(service.Reaches(log)) << log << ": " << service.Log();
     EXPECT_TRUE(eventually([&] { return relaxed_load(service.client->sock) == -1; }));
-    EXPECT_EQ(ThreadGetStatus(service.client->thread), end.reason == 8 ? 0 : 1);
+    EXPECT_EQ(ThreadGetStatus(service.client->thread), reason == kStopped ? 0 : 1);
     std::string out = GetCapturedStdout();
     int line = 0;
     char text[32] = "";
-    if (end.reason != 8)
+    if (reason != kStopped)
     {
       EXPECT_EQ(sscanf(out.c_str(), "\xD0\xD0\xBA\xC5\xA3\xBA%d\x20\xBA\xAF\xCA\xFD\xC3\xFB\xA3\xBA%31s",
                        &line, text),
@@ -246,13 +208,6 @@ TEST(UdpClient, RefusesWhileItRunsAndMayBeFreedFromItsCallback)
             0);
   EXPECT_EQ(UdpClientUninit(nullptr), 0);
   const std::string reports = GetCapturedStderr();
-  for (const auto& [level, count] : {std::make_pair("WARNING", 2), std::make_pair("ERROR", 4)})
-  {
-    int found = 0;
-    for (size_t at = 0; (at = reports.find(level, at)) != std::string::npos; ++at)
-    {
-      ++found;
-    }
-    EXPECT_EQ(found, count) << reports;
-  }
+  EXPECT_EQ(occurrences(reports, "WARNING"), 2) << reports;
+  EXPECT_EQ(occurrences(reports, "ERROR"), 4) << reports;
 }

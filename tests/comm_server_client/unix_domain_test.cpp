@@ -5,20 +5,16 @@
 
 #include <devcomm/watchdog.h>
 
+#include "support/fault_runs.h"
+#include "support/measure.h"
 #include "support/signal_storm.h"
 #include "support/tcp_peer.h"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
-#include <atomic>
-#include <csignal>
-#include <cstdlib>
 #include <thread>
 #include <vector>
-
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
 
 namespace
 {
@@ -65,9 +61,7 @@ int answer(int sock, sockaddr_un* from, unsigned* fromLen, char* data, int len, 
   EXPECT_TRUE(*fromLen > 0 || sent == -1);
   *fromLen = 0; // what a callback leaves here must not reach the next receive
   if (arg != nullptr)
-  {
     ++*static_cast<std::atomic<int>*>(arg);
-  }
   return 0;
 }
 
@@ -113,10 +107,10 @@ TEST(UnixDomain, AnswersDatagramsOfEverySizeOverAStaleSocketFile)
   CaptureStdout();
   RawSocket().Bind(path);
   EXPECT_EQ(ask(path, "anybody?"), "-1");
-  int sock = 0;
+  std::string sock;
   {
     const Listener listener(path, &received);
-    sock = relaxed_load(listener.record->sock);
+    sock = std::to_string(relaxed_load(listener.record->sock));
     EXPECT_EQ(ask(path, "ping"), "4:ping");
     EXPECT_TRUE(RawSocket().Send(path)); // no address: it must not cut the next sender's
     EXPECT_EQ(ask(path, std::string(4352, 'x')), "4352:" + std::string(4352, 'x'));
@@ -127,8 +121,8 @@ TEST(UnixDomain, AnswersDatagramsOfEverySizeOverAStaleSocketFile)
     EXPECT_TRUE(eventually([&] { return received == 7; }));
     EXPECT_FALSE(own_address_is_left());
   }
-  EXPECT_EQ(GetCapturedStdout(), "UnixDomainProc fd = " + std::to_string(sock) +
-                                     ", pid = " + std::to_string(getpid()) + "\nUnix Domain Thread Exit\n");
+  EXPECT_EQ(GetCapturedStdout(), "UnixDomainProc fd = " + sock + ", pid = " + std::to_string(getpid()) +
+                                     "\nUnix Domain Thread Exit\n");
   EXPECT_EQ(unlink(path.c_str()), 0); // stopping leaves it
 }
 
@@ -171,17 +165,15 @@ TEST(UnixDomain, ASenderWhosePathFillsItsAddressIsAnswered)
 TEST(UnixDomain, AnIdleListenerAnswersAtOnceAndStopsSoon)
 {
   const std::string path = path_in_temp("idle");
-  auto begin = std::chrono::steady_clock::now();
+  auto listener = std::make_unique<Listener>(path);
+  usleep(1100000); // the long wait is used up
+  const auto work = [&]
   {
-    const Listener listener(path);
-    usleep(1100000); // the long wait is used up
-    begin = std::chrono::steady_clock::now();
     for (int i = 0; i < 50; ++i)
-    {
       EXPECT_EQ(ask(path, "x"), "1:x");
-    }
-  }
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(800));
+    listener.reset();
+  };
+  EXPECT_LT(seconds_of(work), 0.8);
   unlink(path.c_str());
 }
 
@@ -204,9 +196,7 @@ TEST(UnixDomain, ListenersStartAndStopAtOnceUnderTheWatchdog)
         });
   }
   for (std::thread& owner : owners)
-  {
     owner.join();
-  }
   for (int dog = 0; dog < 12; ++dog)
   {
     EXPECT_EQ(CCommDog::Instance()->FeedDog(dog), -1); // every one has gone
@@ -215,14 +205,14 @@ TEST(UnixDomain, ListenersStartAndStopAtOnceUnderTheWatchdog)
 
 TEST(UnixDomain, AListenerMayBeStoppedFromItsCallback)
 {
-  static std::atomic<void*> handle;
+  static std::atomic<unix_domain_listen_st*> handle;
   std::string path = path_in_temp("inside");
-  void* started = StartUnixDomainListen(
-      path.data(),
-      [](int, sockaddr_un*, unsigned*, char*, int, void*) { return StopUnixDomainListen(handle); }, nullptr);
-  const auto* record = static_cast<unix_domain_listen_st*>(started);
-  EXPECT_TRUE(eventually([&] { return relaxed_load(record->sock) > 0; }));
-  handle = started;
+  const auto stop = [](int, sockaddr_un*, unsigned*, char*, int, void*)
+  {
+    return StopUnixDomainListen(handle);
+  };
+  handle = static_cast<unix_domain_listen_st*>(StartUnixDomainListen(path.data(), stop, nullptr));
+  EXPECT_TRUE(eventually([] { return relaxed_load(handle.load()->sock) > 0; }));
   EXPECT_EQ(say(path, "stop"), 0);
   EXPECT_TRUE(eventually([&] { return say(path, "still there?") == -1; })); // freed: the sanitizers watch
   unlink(path.c_str());
@@ -255,8 +245,7 @@ TEST(UnixDomain, ASenderSaysWhyItFailedAndWaitsNoLongerThanAsked)
     EXPECT_EQ(message(0, 50000, 1, 1), noReply);
     RawSocket filler;
     while (filler.Send(path)) // until its queue is full
-    {
-    }
+      continue;
     EXPECT_EQ(message(0, 50000, 0, 1), cannotSend + "-3)\n\n");
     const SignalStorm storm;
     EXPECT_EQ(message(5, 0, 0, 1), cannotSend + "-1)\n\n");
@@ -270,11 +259,10 @@ TEST(UnixDomain, ASenderSaysWhyItFailedAndWaitsNoLongerThanAsked)
 
 TEST(UnixDomain, AListenerKilledAtAnyMomentNeitherBlocksNorCheatsASender)
 {
-  const char* wanted = getenv("DEVCOMM_FAULT_RUNS");
   const std::string path = path_in_temp("killed");
   unsigned random = 20240607;
   int answers = 0;
-  for (int run = wanted == nullptr ? 20 : atoi(wanted); run > 0; --run)
+  for (int run = fault_runs(); run > 0; --run)
   {
     fflush(stdout);
     const pid_t child = fork();
@@ -313,8 +301,7 @@ TEST(UnixDomain, LogLinesCarryTheirHeadAndKeepWithinTheirSize)
   UnixDomainDbgLog("%s", std::string(5000, 'x').c_str());
   std::string lines = GetCapturedStdout();
   const std::string head = "[99999999-999999][" + std::string(program_invocation_short_name) + "] ";
-  std::replace_if(
-      lines.begin(), lines.end(), [](char c) { return c >= '0' && c <= '8'; }, '9');
-  const std::string first = head + "999%n%s fell\n\n";
-  EXPECT_EQ(lines, first + head + std::string(1023 - head.size(), 'x') + "\n");
+  for (char& c : lines)
+    c = c >= '0' && c <= '8' ? '9' : c;
+  EXPECT_EQ(lines, head + "999%n%s fell\n\n" + head + std::string(1023 - head.size(), 'x') + "\n");
 }

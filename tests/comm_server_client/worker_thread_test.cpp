@@ -1,14 +1,9 @@
 #include <devcomm/worker_thread.h>
 
-#include <gtest/gtest.h>
+#include "support/measure.h"
 
 #include <atomic>
-#include <cerrno>
-#include <cstdio>
-#include <string>
 #include <thread>
-
-#include <unistd.h>
 
 namespace
 {
@@ -23,18 +18,14 @@ void run_until_stopped(CommonThread_st* thread, void* arg)
 {
   static_cast<Probe*>(arg)->runs++;
   while (ThreadGetStatus(thread) != 0)
-  {
     usleep(200);
-  }
 }
 
 void exit_when_told(CommonThread_st* thread, void* arg)
 {
   auto* probe = static_cast<Probe*>(arg);
   while (!probe->go)
-  {
     usleep(50);
-  }
   ThreadExit(thread);
   probe->runs++;
 }
@@ -55,9 +46,7 @@ void stop_itself(CommonThread_st* thread, void* arg)
 void wait_for_runs(const Probe& probe, int runs)
 {
   while (probe.runs < runs)
-  {
     usleep(50);
-  }
 }
 
 void expect_idle(const CommonThread_st* thread)
@@ -66,13 +55,6 @@ void expect_idle(const CommonThread_st* thread)
   EXPECT_EQ(thread->pid, 0);
   EXPECT_EQ(thread->status, 0);
   EXPECT_STREQ(thread->name, "");
-}
-
-std::string hex_address(const void* pointer)
-{
-  char text[32];
-  snprintf(text, sizeof text, "%p", pointer);
-  return text;
 }
 
 } // namespace
@@ -87,10 +69,9 @@ TEST(WorkerThread, ARepeatedStartRenamesAndRearmsButMakesNoSecondThread)
   wait_for_runs(probe, 1);
 
   const int tid = static_cast<int>(thread->tid);
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(ThreadStart(thread, stop_itself, nullptr, "again"), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "thread is running, pid=0, tid=" + std::to_string(tid) + ", name=again\n");
+  EXPECT_EQ(GetCapturedStdout(), "thread is running, pid=0, tid=" + std::to_string(tid) + ", name=again\n");
   EXPECT_EQ(thread->arg, &probe);
   EXPECT_EQ(ThreadGetStatus(thread), 1);
 
@@ -108,14 +89,13 @@ TEST(WorkerThread, ARepeatedStartRenamesAndRearmsButMakesNoSecondThread)
 
 TEST(WorkerThread, RefusesNullHandlesAndReportsAThreadThatCannotBeMade)
 {
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(ThreadStart(nullptr, run_until_stopped, nullptr, "lost"), -1);
   EXPECT_EQ(ThreadStart(nullptr, run_until_stopped, nullptr, nullptr), -1);
   EXPECT_EQ(ThreadUninit(nullptr), -1);
   CommonThread_st* thread = ThreadInit();
   EXPECT_EQ(ThreadStart(thread, nullptr, nullptr, "none"), EINVAL);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "lt is null, name=lost\nlt is null, name=\nstart thread fail, name=none\n");
+  EXPECT_EQ(GetCapturedStdout(), "lt is null, name=lost\nlt is null, name=\nstart thread fail, name=none\n");
   expect_idle(thread);
   ThreadUninit(thread);
 }
@@ -124,7 +104,7 @@ TEST(WorkerThread, AWorkerThatEndsByItselfLeavesAnIdleHandle)
 {
   Probe probe;
   CommonThread_st* thread = ThreadInit();
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   ThreadStart(thread, exit_when_told, &probe, "own end");
   probe.go = true;
   wait_for_runs(probe, 1);
@@ -132,14 +112,14 @@ TEST(WorkerThread, AWorkerThatEndsByItselfLeavesAnIdleHandle)
   EXPECT_EQ(ThreadStart(thread, stop_itself, &probe, "stops itself"), 0);
   wait_for_runs(probe, 2);
   expect_idle(thread);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "(" + hex_address(thread) + ")thread 'own end' stop ok: exit\n");
+  EXPECT_EQ(GetCapturedStdout(),
+            "(" + testing::PrintToString(static_cast<void*>(thread)) + ")thread 'own end' stop ok: exit\n");
   ThreadUninit(thread);
 }
 
 TEST(WorkerThread, StopAndExitMayRaceAndOneOfThemTearsDown)
 {
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   for (int round = 0; round < 300; ++round)
   {
     Probe probe;
@@ -158,5 +138,5 @@ TEST(WorkerThread, StopAndExitMayRaceAndOneOfThemTearsDown)
     ThreadStart(ThreadInit(), exit_and_free, &probe, "frees its own handle");
     wait_for_runs(probe, 1);
   }
-  testing::internal::GetCapturedStdout();
+  GetCapturedStdout();
 }
