@@ -8,13 +8,13 @@
 #include <cstdarg>
 #include <cstring>
 #include <map>
+#include <tuple>
 #include <vector>
 
 namespace
 {
 
-std::string
-    logged; // "level:text" for each call of the log function; the client logs on the test's thread only
+std::string logged; // "level:text" for each call of the log function, all on the test's thread
 
 int log_text(unsigned int level, const char* format, ...) // NOLINT(cert-dcl50-cpp)
 {
@@ -34,24 +34,18 @@ bool was_logged(const std::string& text)
 
 const std::string kPort = "(1,2,3,4,P)"; // another host's address; P stands for the data server's port
 
-using Answers = std::map<std::string, std::string>; // by verb; "hello" and "listing" are what is sent unasked
+using Answers = std::map<std::string, std::string>; // by verb; "listing" is what the data server sends
 
 /// A server that answers each verb by a table, and a client that knows it. An answer of "" ends the connection.
 struct Session
 {
   explicit Session(Answers changes = {}, const std::string& remotedir = "a/b", const char* subdir = "",
-                   int download = 0, const char* file = "f.bin")
+                   int download = 0)
       : answers(std::move(changes))
   {
-    answers.insert({{"hello", "220 Ready\r\n"},
-                    {"USER", "331 Who\r\n"},
-                    {"PASS", "230 In\r\n"},
-                    {"MKD", "257 Made\r\n"},
-                    {"CWD", "250 There\r\n"},
-                    {"TYPE", "200 Binary\r\n"},
-                    {"PASV", "227 Passive " + kPort + ".\r\n"},
-                    {"REST", "350 Go on\r\n"},
-                    {"QUIT", "221 Bye\r\n"}});
+    answers.insert({{"USER", "331 Who"}, {"PASS", "230 In"}, {"MKD", "257 Made"}, {"CWD", "250 There"}});
+    answers.insert({{"TYPE", "200 Binary"}, {"PASV", "227 Passive " + kPort + "."}});
+    answers.insert({{"REST", "350 Go on"}, {"QUIT", "221 Bye"}});
     logged.clear();
     client.Init(log_text);
     UserDefServerSet_t settings{};
@@ -61,47 +55,29 @@ struct Session
     strcpy(settings.password, "secret");
     memcpy(settings.remotedir, remotedir.data(), remotedir.size());
     client.FtpSetServerInfo(download, &settings);
-    client.FtpSetLocalInfo(subdir, file);
+    client.FtpSetLocalInfo(subdir, "f.bin");
   }
   ~Session()
   {
     client.FtpCloseFd();
   }
 
-  void Answer(const std::string& verb, const std::string& text)
+  void Change(const std::string& verb, const std::string& text)
   {
     const std::lock_guard<std::mutex> lock(mutex);
     answers[verb] = text;
   }
 
-  std::string Answer(const std::string& verb)
+  std::string Answer(const std::string& verb, const std::string& command = "")
   {
     const std::lock_guard<std::mutex> lock(mutex);
+    commands += command;
     const auto found = answers.find(verb);
-    std::string text = found == answers.end() ? "150 Go\r\n" : found->second;
+    std::string text = found == answers.end() ? "150 Go" : found->second;
     const size_t at = text.find('P', text.find(kPort));
     return at == std::string::npos
                ? text
                : text.replace(at, 1, std::to_string(data.port / 256) + "," + std::to_string(data.port % 256));
-  }
-
-  void Serve(ScriptedPeer& peer)
-  {
-    const std::string hello = Answer("hello");
-    hello.size() < 100 ? peer.SendByteByByte(hello) : peer.Send(hello);
-    for (std::string line = peer.Line(); !line.empty(); line = peer.Line())
-    {
-      const std::string verb = line.substr(0, line.find(' '));
-      {
-        const std::lock_guard<std::mutex> lock(mutex);
-        commands += line + "|";
-      }
-      const std::string answer = Answer(verb);
-      if (answer.empty() || !peer.Send(answer))
-      {
-        return;
-      }
-    }
   }
 
   /// What the server was sent since the last call.
@@ -127,7 +103,12 @@ struct Session
                       }};
   ScriptedServer control{[this](ScriptedPeer& peer)
                          {
-                           Serve(peer);
+                           std::string answer = "220 Ready";
+                           while (!answer.empty() && peer.Send(answer + "\r\n"))
+                           {
+                             const std::string line = peer.Line();
+                             answer = line.empty() ? "" : Answer(line.substr(0, line.find(' ')), line + "|");
+                           }
                          }};
 };
 
@@ -135,23 +116,18 @@ const std::string kLogin = "USER " + std::string(23, 'u') + "|PASS secret|";
 
 TEST(FtpClient, StartsASessionInTheDirectoriesOfItsDirection)
 {
-  const struct
+  const std::tuple<const char*, const char*, int, const char*> cases[] = {
+      {"a/b", "", 0, "MKD /a|MKD /a/b|CWD a/b|"},
+      {"a//b/", nullptr, 0, "MKD /a|MKD /a/b|CWD a//b/|"},
+      {"", "", 0, ""},
+      {"a", "s", 0, "MKD a|CWD /a|MKD s|CWD /a/s|"},
+      {"a", "a", 0, "MKD a|MKD a|"},
+      {"a/b", "s", 1, "CWD a/b|"}};
+  for (const auto& [remotedir, subdir, download, commands] : cases)
   {
-    const char* remotedir;
-    const char* subdir;
-    int download;
-    const char* commands;
-  } cases[] = {{"a/b", "", 0, "MKD /a|MKD /a/b|CWD a/b|"},
-               {"a//b/", nullptr, 0, "MKD /a|MKD /a/b|CWD a//b/|"},
-               {"", "", 0, ""},
-               {"a", "s", 0, "MKD a|CWD /a|MKD s|CWD /a/s|"},
-               {"a", "a", 0, "MKD a|MKD a|"},
-               {"a/b", "s", 1, "CWD a/b|"}};
-  for (const auto& item : cases)
-  {
-    Session session({}, item.remotedir, item.subdir, item.download);
+    Session session({}, remotedir, subdir, download);
     ASSERT_EQ(session.client.FtpStart(), 0);
-    EXPECT_EQ(session.Commands(), kLogin + item.commands);
+    EXPECT_EQ(session.Commands(), kLogin + commands);
     EXPECT_STREQ(session.Data().server_ip, "127.0.0.1");
     EXPECT_EQ(session.Data().status, 3);
     EXPECT_EQ(session.client.FtpStart(), -1);
@@ -162,7 +138,7 @@ TEST(FtpClient, StartsASessionInTheDirectoriesOfItsDirection)
     EXPECT_EQ(session.client.FtpSendLine(line), 0);
     EXPECT_TRUE(was_logged("2:this->m_ftp_sdk_data.status:1 cmd:NOOP\r\n\n"));
     EXPECT_EQ(session.client.FtpStart(), 0);
-    EXPECT_EQ(session.Commands(), "QUIT|" + kLogin + item.commands);
+    EXPECT_EQ(session.Commands(), "QUIT|" + kLogin + commands);
   }
 }
 
@@ -170,12 +146,7 @@ TEST(FtpClient, FindsTheReplyInWhateverAServerSends)
 {
   const auto start = std::chrono::steady_clock::now();
   const std::string text(10000, '2');
-  const struct
-  {
-    std::string hello;
-    int code;
-    const char* log;
-  } cases[] = {
+  const std::tuple<std::string, int, const char*> cases[] = {
       {"220-Hi\r\n220\r\n x\r\n220 Ready\r\n", 220, "0:connect ftp server ...OK!"},
       {"220-" + text + "\r\n220 Ready\r\n", 220, "0:connect ftp server ...OK!"},
       {"099 Low\r\n", 0, "2:Unknown error"},
@@ -184,21 +155,19 @@ TEST(FtpClient, FindsTheReplyInWhateverAServerSends)
       {"120 Wait\r\n", 0, "0:Service not yet ready.. waiting for 15 seconds2:FTP server disconnected"},
       {"421 Full %s%n\r\n", 421, "2:Service not available, closing control connection."},
       {std::string(30000, '\r') + "230-" + text, 0, "2:FTP server disconnected2:Unknown error"}};
-  for (const auto& item : cases)
+  for (const auto& [hello, code, log] : cases)
   {
     Session session;
-    ScriptedServer server(
-        [&](ScriptedPeer& peer)
-        { item.hello.size() < 100 ? peer.SendByteByByte(item.hello) : peer.Send(item.hello); });
+    ScriptedServer server([&hello = hello](ScriptedPeer& peer)
+                          { hello.size() < 100 ? peer.SendByteByByte(hello) : peer.Send(hello); });
     session.Data().server_port = static_cast<uint16_t>(server.port);
-    EXPECT_EQ(session.client.FtpConnect(), item.code == 220 ? 0 : -1) << item.hello.substr(0, 50);
-    EXPECT_TRUE(was_logged(item.log)) << logged;
+    EXPECT_EQ(session.client.FtpConnect(), code == 220 ? 0 : -1) << hello.substr(0, 50);
+    EXPECT_TRUE(was_logged(log)) << logged;
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - start,
-            std::chrono::seconds(10)); // no pause of 15 s to the end
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)); // no pause of 15 s
 
   // 200 characters and the end are one line; of 202 the 201st is lost and the next begins the following line.
-  Session session(Answers{{"NOOP", std::string(200, 'x') + "\r\n" + std::string(200, 'y') + "zw\r\n"}});
+  Session session(Answers{{"NOOP", std::string(200, 'x') + "\r\n" + std::string(200, 'y') + "zw"}});
   ASSERT_EQ(session.client.FtpStart(), 0);
   char noop[] = "NOOP\r\n";
   EXPECT_EQ(session.client.FtpSendLine(noop), 6);
@@ -210,33 +179,26 @@ TEST(FtpClient, FindsTheReplyInWhateverAServerSends)
 
 TEST(FtpClient, TellsWhyALoginOrADirectoryWasRefused)
 {
-  const struct
+  const std::tuple<const char*, const char*, int, const char*> logins[] = {
+      {"USER", "230 Welcome", 3, "0:Don't need to send password\n"},
+      {"USER", "332 x", 2, "2:This program does not support user accounts\n"},
+      {"USER", "530 x", 2, "2:Not logged in as uuuuuuuuuuuuuuuuuuuuuuu\n"},
+      {"USER", "999 x", 2, "2:Unknown response to USER: 999\n"},
+      {"PASS", "202 x", 3, ""},
+      {"PASS", "530 x", 1, "2:Login incorrect\n"},
+      {"PASS", "503 x", 2, "2:Server doesn't understand PASS\n"},
+      {"PASS", "", 1, "2:Unknown response to PASS: 0\n"}};
+  for (const auto& [verb, answer, status, log] : logins)
   {
-    const char* verb;
-    const char* answer;
-    int status;
-    const char* log;
-  } logins[] = {{"USER", "230 Welcome", 3, "0:Don't need to send password\n"},
-                {"USER", "332 x", 2, "2:This program does not support user accounts\n"},
-                {"USER", "530 x", 2, "2:Not logged in as uuuuuuuuuuuuuuuuuuuuuuu\n"},
-                {"USER", "999 x", 2, "2:Unknown response to USER: 999\n"},
-                {"PASS", "202 x", 3, ""},
-                {"PASS", "530 x", 1, "2:Login incorrect\n"},
-                {"PASS", "503 x", 2, "2:Server doesn't understand PASS\n"},
-                {"PASS", "", 1, "2:Unknown response to PASS: 0\n"}};
-  for (const auto& item : logins)
-  {
-    Session session(Answers{{item.verb, *item.answer == '\0' ? "" : std::string(item.answer) + "\r\n"}});
+    Session session(Answers{{verb, answer}});
     ASSERT_EQ(session.client.FtpConnect(), 0);
-    EXPECT_EQ(session.client.FtpLogin(), item.status == 3 ? 0 : -1) << item.answer;
-    EXPECT_EQ(session.Data().status, item.status) << item.answer;
-    EXPECT_TRUE(was_logged(item.log)) << logged;
+    EXPECT_EQ(session.client.FtpLogin(), status == 3 ? 0 : -1) << answer;
+    EXPECT_EQ(session.Data().status, status) << answer;
+    EXPECT_TRUE(was_logged(log)) << logged;
   }
 
-  Session session(Answers{{"REIN", "421 x\r\n"},
-                          {"PWD", "257 \"" + std::string(150, 'd') + "\" is it\r\n"},
-                          {"MKD", "500 What\r\n"},
-                          {"CWD", "550 Gone\r\n"}});
+  Session session(Answers{{"REIN", "421 x"}, {"MKD", "500 What"}, {"CWD", "550 Gone"}});
+  session.Change("PWD", "257 \"" + std::string(150, 'd') + "\" is it");
   EXPECT_EQ(session.client.FtpPwd(), -1); // not before the login
   ASSERT_EQ(session.client.FtpStart(), 0);
   EXPECT_EQ(session.client.FtpLogin(), -1);
@@ -247,7 +209,7 @@ TEST(FtpClient, TellsWhyALoginOrADirectoryWasRefused)
   EXPECT_TRUE(was_logged("0:Server doesn't understand \"MKD 500 What\"\n"));
   EXPECT_EQ(session.client.FtpCwd(0), -1);
   EXPECT_TRUE(was_logged("2:Directory \"550 Gone\" does not exist\n"));
-  session.Answer("CWD", "250 ok\r\n");
+  session.Change("CWD", "250 ok");
   EXPECT_EQ(session.client.FtpCwd(0), 0);
   EXPECT_TRUE(was_logged("0:(CWD CWD /a/b\r\n) sucess\n"));
   session.Commands();
@@ -260,23 +222,19 @@ TEST(FtpClient, TellsWhyALoginOrADirectoryWasRefused)
 
 TEST(FtpClient, AnswersEveryPasvReplyAndNeverTouchesANumberItGaveUp)
 {
-  const struct
-  {
-    const char* answer;
-    int result;
-    const char* log;
-  } cases[] = {{"226 Done\r\n227 ok (1,2,3,4,P)", 0, ""},
-               {"226 Done\r\n500 x", 0, "2:Unknown response to PASV: 500\n"},
-               {"421 x", -2, "2:Service unavailable\n"},
-               {"425 x", -2, "2:can not open data oprt/host close data port 127.0.0.1\n"},
-               {"502 x", 0, "2:Server doesn't understand PASV\n"},
-               {"530 x", 0, "2:Not logged in\n"},
-               {"227 none", -1, ""},
-               {"227 )1,2,3,4,5,6(", -1, ""},
-               {"227 (1,2,3,4,5)", -1, ""},
-               {"227 (1,2,3,4,-1,-1)", -1, "1240 Connection refused to 127.0.0.1 and port = 65279\n"},
-               {"227 (99999999999,0x7fffffff,-2147483648,4,99999999999999999999,99999999999)", -1, ""}};
-  for (const auto& item : cases)
+  const std::tuple<const char*, int, const char*> cases[] = {
+      {"226 Done\r\n227 ok (1,2,3,4,P)", 0, ""},
+      {"226 Done\r\n500 x", 0, "2:Unknown response to PASV: 500\n"},
+      {"421 x", -2, "2:Service unavailable\n"},
+      {"425 x", -2, "2:can not open data oprt/host close data port 127.0.0.1\n"},
+      {"502 x", 0, "2:Server doesn't understand PASV\n"},
+      {"530 x", 0, "2:Not logged in\n"},
+      {"227 none", -1, ""},
+      {"227 )1,2,3,4,5,6(", -1, ""},
+      {"227 (1,2,3,4,5)", -1, ""},
+      {"227 (1,2,3,4,-1,-1)", -1, "1240 Connection refused to 127.0.0.1 and port = 65279\n"},
+      {"227 (99999999999,0x7fffffff,-2147483648,4,99999999999999999999,99999999999)", -1, ""}};
+  for (const auto& [answer, result, log] : cases)
   {
     Session session(Answers{{"listing", "stall"}});
     ASSERT_EQ(session.client.FtpStart(), 0);
@@ -285,9 +243,9 @@ TEST(FtpClient, AnswersEveryPasvReplyAndNeverTouchesANumberItGaveUp)
     // A number that no thread of the server takes by itself.
     const int old = fcntl(session.Data().data_fd, F_DUPFD_CLOEXEC, 200);
     close(std::exchange(session.Data().data_fd, old));
-    session.Answer("PASV", std::string(item.answer) + "\r\n");
-    EXPECT_EQ(session.client.FtpOpenDataPasv(), item.result) << item.answer;
-    EXPECT_TRUE(was_logged(item.log)) << logged;
+    session.Change("PASV", answer);
+    EXPECT_EQ(session.client.FtpOpenDataPasv(), result) << answer;
+    EXPECT_TRUE(was_logged(log)) << logged;
     if (session.Data().data_fd == old)
     {
       // Somebody else gets the closed number. A server that starts the transfer all the same harms nobody.
@@ -301,7 +259,7 @@ TEST(FtpClient, AnswersEveryPasvReplyAndNeverTouchesANumberItGaveUp)
     }
   }
 
-  Session session(Answers{{"PASV", "500 x\r\n"}});
+  Session session(Answers{{"PASV", "500 x"}});
   ASSERT_EQ(session.client.FtpStart(), 0);
   EXPECT_EQ(session.client.FtpGetServerDirFile(), -1); // LIST was sent, descriptor 0 not waited for
   EXPECT_EQ(session.Data().data_fd, 0);
@@ -315,14 +273,7 @@ TEST(FtpClient, AnswersEveryPasvReplyAndNeverTouchesANumberItGaveUp)
 TEST(FtpClient, ReadsTheListingOfOneFile)
 {
   const std::string unixLine = "-rw-r--r-- 1 ftp ftp 1048576 Mar 3 10:00 ";
-  const struct
-  {
-    std::string list;
-    std::string text;
-    int result, count, size;
-    std::string name;
-    int nameLen;
-  } cases[] = {
+  const std::tuple<const char*, std::string, int, int, int, std::string, int> cases[] = {
       {"150 x", unixLine + "a.bin\r\n", 0, 1, 1048576, "a.bin", 5},
       {"125 x", "03-03-21 10:00AM 1048576 two words\r\n", 0, 1, 1048576, "two", 3},
       {"150 x", unixLine + "a.bin", 0, 0, 0, "", 0},
@@ -336,55 +287,44 @@ TEST(FtpClient, ReadsTheListingOfOneFile)
       {"150 x", "stall", 0, 0, 0, "", 0},
       {"550 x", "", 0, 7, 0, "", 0},
       {"425 x", "", -1, 7, 0, "", 0}};
-  for (const auto& item : cases)
+  for (const auto& [reply, listing, result, count, size, name, nameLen] : cases)
   {
-    Session session(Answers{{"LIST", item.list + "\r\n"}, {"listing", item.text}}, "a", "s");
+    Session session(Answers{{"LIST", reply}, {"listing", listing}}, "a", "s");
     ASSERT_EQ(session.client.FtpStart(), 0);
     session.Data().list_count = 7;
     session.Data().list_entries[0].size = 1;
     const auto& entry = session.Data().list_entries[0];
-    EXPECT_EQ(session.client.FtpGetServerDirFile(), item.result) << item.text;
-    EXPECT_EQ(session.Data().list_count, item.count) << item.text;
-    EXPECT_EQ(entry.size, item.size) << item.text;
-    EXPECT_EQ(entry.name, item.name);
-    EXPECT_EQ(entry.name_len, item.nameLen);
-    EXPECT_EQ(was_logged("2:****** ftp datafd ack over time\n"), item.text == "stall");
+    EXPECT_EQ(session.client.FtpGetServerDirFile(), result) << listing;
+    EXPECT_EQ(session.Data().list_count, count) << listing;
+    EXPECT_EQ(entry.size, size) << listing;
+    EXPECT_EQ(entry.name, name);
+    EXPECT_EQ(entry.name_len, nameLen);
+    EXPECT_EQ(was_logged("2:****** ftp datafd ack over time\n"), listing == "stall");
     EXPECT_NE(session.Commands().find("TYPE I|PASV|LIST /a/s/f.bin|"), std::string::npos);
   }
 }
 
 TEST(FtpClient, StartsTransfersFreshAndResumed)
 {
-  const struct
+  const std::tuple<int, int, const char*, const char*, int, const char*, const char*> cases[] = {
+      {0, 0, "-", "", 0, "PASV|STOR f.bin|", ""},
+      {1, 2, "-", "", 0, "PASV|RETR f.bin|", ""},
+      {0, 1, "-", "", 0, "PASV|APPE f.bin|", ""},
+      {1, 1, "-", "", 0, "PASV|REST 0|RETR f.bin|", ""},
+      {1, 1, "REST", "501 no", -1, "PASV|REST 0|", "2:501 no: Unrecognised error 501\n"},
+      {0, 1, "PASV", "227 x", -1, "PASV|", ""},
+      {1, 0, "RETR", "500 x", -1, "PASV|RETR f.bin|", "2:Server doesn't understand STOR command\n"},
+      {0, 0, "STOR", "553 x", -1, "PASV|STOR f.bin|", "2:Permission denied to upload \"f.bin\"\n"},
+      {0, 0, "STOR", "226 x", -1, "PASV|STOR f.bin|", "2:STOR Unrecognised error 226\n"},
+      {0, 0, "STOR", "", -1, "PASV|STOR f.bin|", "2:STOR Unrecognised error 0\n"}};
+  for (const auto& [download, resume, verb, answer, result, commands, log] : cases)
   {
-    int download, resume;
-    const char* verb;
-    const char* answer;
-    int result;
-    const char* commands;
-    const char* log;
-  } cases[] = {{0, 0, "", "", 0, "PASV|STOR f.bin|", ""},
-               {1, 2, "", "", 0, "PASV|RETR f.bin|", ""},
-               {0, 1, "", "", 0, "PASV|APPE f.bin|", ""},
-               {1, 1, "", "", 0, "PASV|REST 0|RETR f.bin|", ""},
-               {1, 1, "REST", "501 no", -1, "PASV|REST 0|", "2:501 no: Unrecognised error 501\n"},
-               {0, 1, "PASV", "227 x", -1, "PASV|", ""},
-               {1, 0, "RETR", "500 x", -1, "PASV|RETR f.bin|", "2:Server doesn't understand STOR command\n"},
-               {0, 0, "STOR", "553 x", -1, "PASV|STOR f.bin|", "2:Permission denied to upload \"f.bin\"\n"},
-               {0, 0, "STOR", "226 x", -1, "PASV|STOR f.bin|", "2:STOR Unrecognised error 226\n"},
-               {0, 0, "STOR", "", -1, "PASV|STOR f.bin|", "2:STOR Unrecognised error 0\n"}};
-  for (const auto& item : cases)
-  {
-    Session session(Answers{{"listing", "stall"}}, "", "", item.download);
+    Session session(Answers{{"listing", "stall"}, {verb, answer}}, "", "", download);
     ASSERT_EQ(session.client.FtpStart(), 0);
-    if (*item.verb != '\0')
-    {
-      session.Answer(item.verb, *item.answer == '\0' ? "" : std::string(item.answer) + "\r\n");
-    }
     session.Commands();
-    EXPECT_EQ(session.client.FtpCreateDateSockFd(item.resume, 0), item.result) << item.commands;
-    EXPECT_EQ(session.Commands(), item.commands);
-    EXPECT_TRUE(was_logged(item.log)) << logged;
+    EXPECT_EQ(session.client.FtpCreateDateSockFd(resume, 0), result) << commands;
+    EXPECT_EQ(session.Commands(), commands);
+    EXPECT_TRUE(was_logged(log)) << logged;
   }
 }
 

@@ -1,21 +1,15 @@
 #include <devcomm/http_download.h>
 
+#include "support/measure.h"
+#include "support/scratch_folder.h"
 #include "support/scripted_server.h"
 #include "support/signal_storm.h"
 
-#include <gtest/gtest.h>
-
-#include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <functional>
 #include <memory>
-#include <string>
+#include <tuple>
 #include <vector>
 
 namespace
@@ -34,21 +28,13 @@ public:
         [this, answer, byteByByte](ScriptedPeer& peer)
         {
           std::string request;
-          std::string line;
-          while (!(line = peer.Line()).empty())
-          {
+          for (std::string line; !(line = peer.Line()).empty();)
             request += line + "\r\n";
-          }
           m_requests.push_back(request + "\r\n");
           const std::string text = answer(*this, m_requests.size() - 1);
-          for (size_t i = 0; byteByByte && i < text.size() && peer.Send(text.substr(i, 1)); ++i)
-          {
+          const size_t part = byteByByte ? 1 : text.size();
+          for (size_t i = 0; i < text.size() && peer.Send(text.substr(i, part)); i += part)
             usleep(20);
-          }
-          if (!byteByByte)
-          {
-            peer.Send(text);
-          }
         });
     m_port = m_server->port;
   }
@@ -78,40 +64,25 @@ private:
   std::unique_ptr<ScriptedServer> m_server;
 };
 
-/// A file name of this process; the file goes with it.
+/// A place for a file.
 struct Scratch
 {
-  explicit Scratch(const std::string& content = "")
-  {
-    if (!content.empty())
-    {
-      std::ofstream(path) << content;
-    }
-  }
-  ~Scratch()
-  {
-    unlink(path.c_str());
-  }
   /// "<none>" when there is no file.
   std::string Content() const
   {
     std::ifstream file(path, std::ios::binary);
     return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "<none>";
   }
-  std::string path = testing::TempDir() + "http_download_" + std::to_string(getpid());
+  ScratchFolder folder;
+  std::string path = folder.path + "/got";
 };
 
-struct Result
+/// Downloads, and expects a result. @return what was printed
+std::string download(int result, std::string url, std::string path)
 {
-  int value;
-  std::string said;
-};
-
-Result download(std::string url, std::string path)
-{
-  testing::internal::CaptureStdout();
-  const int value = http_download(&url[0], &path[0]);
-  return {value, testing::internal::GetCapturedStdout()};
+  CaptureStdout();
+  EXPECT_EQ(http_download(&url[0], &path[0]), result);
+  return GetCapturedStdout();
 }
 
 bool contains(const std::string& text, const std::string& part)
@@ -129,49 +100,36 @@ std::string chunks(const std::string& rest)
   return ok("Transfer-Encoding: chunked\r\n\r\n" + rest);
 }
 
-int lowest_free_fd()
-{
-  const int fd = dup(1);
-  close(fd);
-  return fd;
-}
-
 } // namespace
 
 TEST(HttpDownload, AsksForTheRestOfAFileAppendsItAndTellsEachStep)
 {
   const std::string body(40, 'b');
-  Scratch file(std::string(1000, 'a'));
+  Scratch file;
+  std::ofstream(file.path) << std::string(1000, 'a');
   Server server("HTTP/1.1 206 Partial\r\nX: y\r\nCONTENT-LENGTH: 40\r\n\r\n" + body);
-  const Result result = download(server.Url("/a?b=c"), file.path);
+  const std::string said = download(0, server.Url("/a?b=c"), file.path);
   const std::string request = "GET /a?b=c HTTP/1.1\r\nRANGE: bytes=1000-\r\nAccept: */*\r\nHost: "
                               "127.0.0.1\r\nConnection: Close\r\n\r\n";
-  EXPECT_EQ(result.value, 0);
-  EXPECT_EQ(result.said, "parse url ok\nhost:127.0.0.1, port:" + server.Port() +
-                             ", uri:/a?b=c\n10s 0us\n127.0.0.1 address is 127.0.0.1\nrequest:\n" + request +
-                             "\nhttp status code: 206\nX: y\r\nCONTENT-LENGTH: 40\r\nContent-length: 40\n"
-                             "recv data now\nread len: 40\nrecv 40 bytes\n"
-                             "Average download speed: 0.04KB/s\n");
+  EXPECT_EQ(said, "parse url ok\nhost:127.0.0.1, port:" + server.Port() +
+                      ", uri:/a?b=c\n10s 0us\n127.0.0.1 address is 127.0.0.1\nrequest:\n" + request +
+                      "\nhttp status code: 206\nX: y\r\nCONTENT-LENGTH: 40\r\nContent-length: 40\n"
+                      "recv data now\nread len: 40\nrecv 40 bytes\n"
+                      "Average download speed: 0.04KB/s\n");
   EXPECT_EQ(server.Requests(), std::vector<std::string>{request});
   EXPECT_EQ(file.Content(), std::string(1000, 'a') + body);
 
   // A range beyond 2 GiB keeps all its digits, and a server that ignores it is appended.
   ASSERT_EQ(truncate(file.path.c_str(), 3000000000), 0);
   Server whole(ok("Content-Length: 2\r\n\r\nok"));
-  EXPECT_EQ(download(whole.Url("/"), file.path).value, 0);
+  download(0, whole.Url("/"), file.path);
   EXPECT_TRUE(contains(whole.Requests()[0], "RANGE: bytes=3000000000-\r\n"));
   EXPECT_EQ(std::ifstream(file.path, std::ios::ate).tellg(), std::streampos(3000000002));
 }
 
 TEST(HttpDownload, EveryAnswerEndsAndNoneStoresLessThanItSays)
 {
-  const struct
-  {
-    std::string answer;
-    int value;
-    std::string file;
-    std::string said;
-  } cases[] = {
+  const std::tuple<std::string, int, std::string, std::string> cases[] = {
       {ok("Content-Length: 4\r\n\r\nbody beyond"), 0, "body", "recv 4 bytes\n"},
       {ok("\r\nbody"), 0, "<none>", "recv 0 bytes\n"},
       {ok("Content-Length: 10\r\n\r\nshort"), -1, "<none>",
@@ -215,21 +173,18 @@ TEST(HttpDownload, EveryAnswerEndsAndNoneStoresLessThanItSays)
       {ok(std::string(2000000, 'x')), -1, "<none>", "bad http head\n"},
   };
   const int freeFd = lowest_free_fd();
-  for (const auto& one : cases)
+  for (const auto& [answer, value, stored, said] : cases)
   {
     for (const bool byteByByte : {false, true})
     {
-      if (byteByByte && one.answer.size() > 300)
-      {
+      if (byteByByte && answer.size() > 300)
         continue;
-      }
-      SCOPED_TRACE(one.answer.substr(0, 100) + (byteByByte ? " byte by byte" : ""));
+      SCOPED_TRACE(answer.substr(0, 100) + (byteByByte ? " byte by byte" : ""));
       Scratch file;
-      Server server(one.answer, byteByByte);
-      const Result result = download(server.Url("/"), file.path);
-      EXPECT_EQ(result.value, one.value);
-      EXPECT_EQ(file.Content(), one.file);
-      EXPECT_TRUE(contains(result.said, one.said)) << result.said;
+      Server server(answer, byteByByte);
+      const std::string printed = download(value, server.Url("/"), file.path);
+      EXPECT_EQ(file.Content(), stored);
+      EXPECT_TRUE(contains(printed, said)) << printed;
     }
   }
   EXPECT_EQ(lowest_free_fd(), freeFd);
@@ -245,16 +200,13 @@ TEST(HttpDownload, FollowsARingOfRedirectsUntilAServerInItEndsIt)
         [&](const Server& self, size_t n)
         {
           if (n < Rounds)
-          {
             return "HTTP/1.1 302 Found\r\nLocation: " + self.Url("/ring" + std::to_string(n % 3)) +
                    "\r\n\r\n";
-          }
           return endsWell ? ok("Content-Length: 4\r\n\r\ndone") : std::string();
         });
-    const Result result = download(server.Url("/start"), file.path);
-    EXPECT_EQ(result.value, endsWell ? 0 : -1);
+    const std::string said = download(endsWell ? 0 : -1, server.Url("/start"), file.path);
     EXPECT_EQ(file.Content(), endsWell ? "done" : "<none>");
-    EXPECT_TRUE(contains(result.said, "redirect: " + server.Url("/ring1")));
+    EXPECT_TRUE(contains(said, "redirect: " + server.Url("/ring1")));
     ASSERT_EQ(server.Requests().size(), Rounds + 1);
     EXPECT_EQ(server.Requests()[2].rfind("GET /ring1 HTTP/1.1\r\nRANGE: bytes=0-\r\nAccept", 0), 0U);
   }
@@ -262,47 +214,27 @@ TEST(HttpDownload, FollowsARingOfRedirectsUntilAServerInItEndsIt)
 
 TEST(HttpDownload, TakesAddressesApart)
 {
-  const struct
+  const std::tuple<std::string, std::string, int, std::string> good[] = {
+      {"http://h.x:65534/a/b?c:d", "h.x", 65534, "/a/b?c:d"},
+      {"HTTP://h/", "h", 80, "/"},
+      {"beforehost/x?http://", "ost", 80, "/x?http://"}, // anywhere in the text, and 7 characters go
+      {std::string(300, 'h') + "/" + std::string(3000, 'u'), std::string(255, 'h'), 80,
+       "/" + std::string(2046, 'u')}};
+  for (auto [url, host, port, uri] : good)
   {
-    std::string url;
-    int value;
-    std::string host;
-    int port;
-    std::string uri;
-  } cases[] = {
-      {"http://h.x:65534/a/b?c:d", 0, "h.x", 65534, "/a/b?c:d"},
-      {"HTTP://h/", 0, "h", 80, "/"},
-      {"beforehost/x?http://", 0, "ost", 80, "/x?http://"}, // anywhere in the text, and 7 characters go
-      {std::string(300, 'h') + "/" + std::string(3000, 'u'), 0, std::string(255, 'h'), 80,
-       "/" + std::string(2046, 'u')},
-      {"http://h", -1, "", 0, ""},
-      {"", -1, "", 0, ""},
-      {"h:65535/x", -1, "", 0, ""},
-      {"h:0/x", -1, "", 0, ""},
-      {"h:-1/x", -1, "", 0, ""},
-      {"h:/9", -1, "", 0, ""},
-      {"h:4294967376/x", -1, "", 0, ""},
-      {"h:99999999999999999999/x", -1, "", 0, ""},
-  };
-  for (const auto& one : cases)
-  {
-    SCOPED_TRACE(one.url);
     http_t h{};
-    std::string url = one.url;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(parser_URL(&url[0], &h), one.value);
-    const std::string said = testing::internal::GetCapturedStdout();
-    if (one.value == 0)
-    {
-      EXPECT_EQ(h.host, one.host);
-      EXPECT_EQ(h.port, one.port);
-      EXPECT_EQ(h.uri, one.uri);
-    }
-    else
-    {
-      EXPECT_EQ(said,
-                contains(one.url, ":") && !contains(one.url, "//") ? "url port invaild\n" : "url invaild\n");
-    }
+    EXPECT_EQ(parser_URL(&url[0], &h), 0) << url;
+    EXPECT_EQ(h.host, host);
+    EXPECT_EQ(h.port, port);
+    EXPECT_EQ(h.uri, uri);
+  }
+  for (std::string url :
+       {"http://h", "", "h:65535/x", "h:0/x", "h:-1/x", "h:/9", "h:4294967376/x", "h:99999999999999999999/x"})
+  {
+    http_t h{};
+    CaptureStdout();
+    EXPECT_EQ(parser_URL(&url[0], &h), -1) << url;
+    EXPECT_EQ(GetCapturedStdout(), url.rfind("h:", 0) == 0 ? "url port invaild\n" : "url invaild\n");
   }
 }
 
@@ -311,28 +243,19 @@ TEST(HttpDownload, FailsCleanlyWithoutAHostAServerOrAFile)
   const int freeFd = lowest_free_fd();
   Scratch file;
   const std::string nowhere(64, 'n'); // too long for a name, so nobody is asked
-  Result result = download(nowhere + "/", file.path);
-  EXPECT_EQ(result.value, -1);
-  EXPECT_TRUE(contains(result.said, "gethostbyname " + nowhere + " failed\nGet Dns Failed\n"));
-
-  std::string closed;
+  Server server(ok("Content-Length: 4\r\n\r\nbody"));
+  const std::tuple<std::string, std::string, std::string> cases[] = {
+      {nowhere + "/", file.path, "gethostbyname " + nowhere + " failed\nGet Dns Failed\n"},
+      {Server("").Url("/"), file.path, "connect failed: Connection refused\n"}, // it has gone again
+      // A disk that is full shows only when the stream is emptied.
+      {server.Url("/"), "/dev/full", "fwrite error: No space left on device\n"},
+      {server.Url("/"), "/", "fopen / error: Is a directory\n"}};
+  for (const auto& [url, path, said] : cases)
   {
-    Server gone("");
-    closed = gone.Url("/");
+    const std::string printed = download(-1, url, path);
+    EXPECT_TRUE(contains(printed, said)) << printed;
   }
-  result = download(closed, file.path);
-  EXPECT_EQ(result.value, -1);
-  EXPECT_TRUE(contains(result.said, "connect failed: Connection refused\n"));
-
-  // A disk that is full shows only when the stream is emptied.
-  for (const auto& [path, said] : {std::make_pair("/dev/full", "fwrite error: No space left on device\n"),
-                                   std::make_pair("/", "fopen / error: Is a directory\n")})
-  {
-    Server server(ok("Content-Length: 4\r\n\r\nbody"));
-    result = download(server.Url("/"), path);
-    EXPECT_EQ(result.value, -1);
-    EXPECT_TRUE(contains(result.said, said)) << result.said;
-  }
+  server.Requests(); // it ends
   EXPECT_EQ(http_download(nullptr, &file.path[0]), -1);
   EXPECT_EQ(http_download(&file.path[0], nullptr), -1);
   EXPECT_EQ(lowest_free_fd(), freeFd);
@@ -343,27 +266,24 @@ TEST(HttpDownload, SignalsLoseNothingAndASilentPeerEndsAStep)
   // The socket has a time-out, so every signal breaks into a read: of a line, of a body, of a chunk's end.
   Scratch file;
   std::string body;
-  for (int i = 0; i < 300; ++i)
+  std::string whole;
+  for (int i = 100; i < 400; ++i)
   {
-    body += "3;ext\r\n" + std::to_string(100 + i) + "\r\n";
+    body += "3;ext\r\n" + std::to_string(i) + "\r\n";
+    whole += std::to_string(i);
   }
   Server server(chunks(body + "0\r\n\r\n"), true);
   {
     SignalStorm storm;
-    EXPECT_EQ(download(server.Url("/"), file.path).value, 0);
+    download(0, server.Url("/"), file.path);
     EXPECT_GT(SignalStorm::count(), 10);
   }
-  const std::string stored = file.Content();
-  ASSERT_EQ(stored.size(), 900U);
-  for (int i = 0; i < 300; ++i)
-  {
-    ASSERT_EQ(stored.substr(static_cast<size_t>(i) * 3, 3), std::to_string(100 + i));
-  }
+  EXPECT_EQ(file.Content(), whole);
 
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
   auto* h = static_cast<http_t*>(calloc(1, sizeof(http_t)));
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(set_socket_option(ends[0]), 0);
   timeval limit{};
   socklen_t size = sizeof limit;
@@ -378,10 +298,10 @@ TEST(HttpDownload, SignalsLoseNothingAndASilentPeerEndsAStep)
   EXPECT_EQ(read_data(h, 10), -1);
   EXPECT_EQ(write(ends[1], "HTTP/1.1 200 OK\r\nX", 18), 18);
   EXPECT_EQ(parse_http_header(h), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  EXPECT_EQ(GetCapturedStdout(),
             "10s 0us\nsocket recvice timeout: 10000ms\nread len: 3\n"
             "we need to read 10 bytes, but read 0 bytes now\nhttp status code: 200\nbad http head\n");
-  EXPECT_EQ(file.Content(), stored);
+  EXPECT_EQ(file.Content(), whole);
   clean_up(h);
   close(ends[1]);
 }
@@ -403,11 +323,10 @@ TEST(HttpDownload, HelpersFindGatherAndCount)
   EXPECT_EQ(WriteGetDataCallback(text, 1, 7, &reply), 7U);
   EXPECT_EQ(WriteGetDataCallback(text + 7, 5, 2, &reply), 10U);
   EXPECT_STREQ(reply.text, text);
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(WriteGetDataCallback(text, 1, SIZE_MAX - 17, &reply), 0U);
   EXPECT_EQ(WriteGetDataCallback(text, SIZE_MAX / 2 + 2, 2, &reply), 0U);
-  EXPECT_TRUE(
-      contains(testing::internal::GetCapturedStdout(), "not enough memory (realloc returned NULL)\n"));
+  EXPECT_TRUE(contains(GetCapturedStdout(), "not enough memory (realloc returned NULL)\n"));
   EXPECT_EQ(reply.length, 17U);
   EXPECT_STREQ(reply.text, text);
   free(reply.text);

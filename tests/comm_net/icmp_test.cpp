@@ -1,23 +1,17 @@
 #include <devcomm/icmp.h>
 
+#include "support/measure.h"
 #include "support/net_namespace.h"
-
-#include <gtest/gtest.h>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
 #include <netpacket/packet.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstring>
-#include <functional>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -25,13 +19,6 @@ namespace
 {
 
 using Packets = std::vector<std::string>;
-
-double seconds_of(const std::function<void()>& work)
-{
-  const auto start = std::chrono::steady_clock::now();
-  work();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 /// Commands that put 10.9.0.1 on a veth pair whose other end has the hardware address of 10.9.0.2.
 /// @param then  brings up the other end; done when packets pass
@@ -77,11 +64,9 @@ private:
     {
       const ssize_t got = poll(&waiting, 1, 5) > 0 ? recv(m_sock, frame, sizeof frame, 0) : 0;
       if (got < 98 || frame[kEther + 20] != 8)
-      {
         continue;
-      }
-      const std::string ether =
-          std::string(frame + 6, 6) + std::string(frame, 6) + std::string(frame + 12, 2);
+      std::string ether(frame, kEther);
+      std::swap_ranges(&ether[0], &ether[6], &ether[6]);
       std::string answer(frame + kEther, static_cast<size_t>(got) - kEther);
       std::swap_ranges(&answer[12], &answer[16], &answer[16]);
       answer[20] = 0;
@@ -90,11 +75,10 @@ private:
         packet[2] = 0;
         packet[3] = static_cast<char>(packet.size());
         packet[10] = packet[11] = 0;
-        alignas(2) char head[20];
+        unsigned short head[10];
         memcpy(head, packet.data(), sizeof head);
-        const unsigned short sum = calculate_checksum(reinterpret_cast<unsigned short*>(head), sizeof head);
-        memcpy(&packet[10], &sum, sizeof sum);
-        packet.insert(0, ether);
+        head[5] = calculate_checksum(head, sizeof head);
+        packet.replace(0, sizeof head, ether + std::string(reinterpret_cast<char*>(head), sizeof head));
         EXPECT_GT(send(m_sock, packet.data(), packet.size(), 0), 0);
       }
     }
@@ -148,66 +132,45 @@ void ask_real_hosts()
   EXPECT_LT(waited, 5);
 
   EXPECT_TRUE(run_shell("ip link set dev va down"));
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(icmp.NetIsOk("10.9.0.2"), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "[NetStatus]  error : sendto error\n[NetStatus]  error : send_packet\n");
+  EXPECT_EQ(GetCapturedStdout(), "[NetStatus]  error : sendto error\n[NetStatus]  error : send_packet\n");
   EXPECT_EQ(Ping("10.9.0.2", 1), -1);
   EXPECT_EQ(Ping("10.9.0.2", 0), 0);
 }
 
 void ask_scripted_hosts()
 {
-  const auto ask = [](const ScriptedHost::Script& script, int* answered)
+  using Text = const std::string&;
+  const auto ask = [](int answered, double atLeast, double below, const ScriptedHost::Script& script)
   {
     ScriptedHost host(script);
-    CICMP icmp;
-    const double waited = seconds_of([&] { *answered = icmp.NetIsOk("10.9.0.2"); });
+    const double waited = seconds_of([&] { EXPECT_EQ(CICMP().NetIsOk("10.9.0.2"), answered); });
     EXPECT_LE(host.requests, 2);
-    return waited;
+    EXPECT_GE(waited, atLeast);
+    EXPECT_LT(waited, below);
   };
-  int answered = -1;
-  EXPECT_LT(ask([](int n, const std::string& right) { return Packets{with(right, kIdentifier, n == 0)}; },
-                &answered),
-            1.9);
-  EXPECT_EQ(answered, 1);
+  ask(1, 0, 1.9, [](int n, Text right) { return Packets{with(right, kIdentifier, n == 0)}; });
   // The right reply behind another packet comes too late for its attempt.
-  EXPECT_LT(ask(
-                [](int, const std::string& right) {
-                  return Packets{with(right, kSequence, 2), right};
-                },
-                &answered),
-            1.9);
-  EXPECT_EQ(answered, 0);
-  const double waited =
-      ask([](int n, const std::string& right) { return n == 0 ? Packets{} : Packets{right}; }, &answered);
-  EXPECT_GE(waited, 2);
-  EXPECT_LT(waited, 3.9);
-  EXPECT_EQ(answered, 1);
+  ask(0, 0, 1.9, [](int, Text right) { return Packets{with(right, kSequence, 2), right}; });
+  ask(1, 2, 3.9, [](int n, Text right) { return n == 0 ? Packets{} : Packets{right}; });
 
-  const auto count = [](int requests, int* sent, const ScriptedHost::Script& script)
+  const auto count = [](int requests, int sent, int got, const ScriptedHost::Script& script)
   {
     ScriptedHost host(script);
-    const int got = Ping("10.9.0.2", requests);
-    *sent = host.requests;
-    return got;
+    EXPECT_EQ(Ping("10.9.0.2", requests), got);
+    EXPECT_EQ(host.requests, sent);
   };
-  int sent = -1;
-  const auto loyal = [](int, const std::string& right)
+  const ScriptedHost::Script loyal = [](int, Text right)
   {
     return Packets{with(right, kSequence, 64)};
   };
-  EXPECT_EQ(count(50, &sent, loyal), 10); // whatever the request number
-  EXPECT_EQ(sent, 10);
-  EXPECT_EQ(count(0, &sent, loyal), 0);
-  EXPECT_EQ(sent, 0);
-  EXPECT_EQ(
-      count(4, &sent,
-            [](int n, const std::string& right) {
-              return Packets{n == 0 ? with(right, kIdentifier, 1) : n == 1 ? with(right, 20, 3) : right};
-            }),
-      2);
-  EXPECT_EQ(sent, 4);
+  count(50, 10, 10, loyal); // whatever the request number
+  count(0, 0, 0, loyal);
+  count(4, 4, 2,
+        [](int n, Text right) {
+          return Packets{n == 0 ? with(right, kIdentifier, 1) : n == 1 ? with(right, 20, 3) : right};
+        });
 }
 
 } // namespace
@@ -248,7 +211,7 @@ TEST(Icmp, PacketsHaveTheirLayoutAndGarbageIsRefused)
 
   EXPECT_EQ(unpack_exact(reply(15, 8), &before, &rttMs, &sender), 0); // too short for a time
   EXPECT_EQ(rttMs, 0);
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   for (const std::string& bad : {reply(5, 7), reply(15, 0), std::string(1, 'O'), with(reply(5, 64), 20, 8),
                                  with(reply(5, 64), kIdentifier, 1), with(reply(5, 8), 0, 0x0A)})
   {
@@ -256,7 +219,7 @@ TEST(Icmp, PacketsHaveTheirLayoutAndGarbageIsRefused)
     EXPECT_EQ(icmp.unpack(7, const_cast<char*>(bad.data()), static_cast<int>(bad.size())), -1);
   }
   EXPECT_EQ(unpack(nullptr, nullptr, 100, nullptr, nullptr, nullptr), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout().rfind("recvfrom packet_size < 8!\n", 0), 0U);
+  EXPECT_EQ(GetCapturedStdout().rfind("recvfrom packet_size < 8!\n", 0), 0U);
 
   timeval late{5, 100};
   timeval early2{3, 200};
@@ -271,25 +234,23 @@ TEST(Icmp, TellsWhyItCannotAsk)
 {
   CICMP icmp;
   const std::string nowhere(64, 'n'); // too long for a name, so nobody is asked
-  testing::internal::CaptureStderr();
+  CaptureStderr();
   EXPECT_EQ(icmp.NetIsOk(nowhere.c_str()), 0);
   EXPECT_EQ(Ping(nowhere.c_str(), 1), -1);
   EXPECT_EQ(icmp.NetIsOk(nullptr), 0);
-  const std::string said = testing::internal::GetCapturedStderr();
+  const std::string said = GetCapturedStderr();
   EXPECT_EQ(said.rfind("gethostbyname error: ", 0), 0U);
   EXPECT_NE(said.find("\ngethostbyname error.\n"), std::string::npos);
 
   const uid_t user = geteuid();
   if (user == 0 && seteuid(65534) != 0)
-  {
     GTEST_SKIP() << "cannot give up the right to raw sockets";
-  }
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
+  CaptureStdout();
+  CaptureStderr();
   EXPECT_EQ(icmp.NetIsOk("127.0.0.1"), 0);
   EXPECT_EQ(Ping("127.0.0.1", 0), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "[NetStatus]  error : socket\n");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "IPPROTO_ICMP socket:: Operation not permitted\n");
+  EXPECT_EQ(GetCapturedStdout(), "[NetStatus]  error : socket\n");
+  EXPECT_EQ(GetCapturedStderr(), "IPPROTO_ICMP socket:: Operation not permitted\n");
   EXPECT_EQ(seteuid(user), 0);
 }
 

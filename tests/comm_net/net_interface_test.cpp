@@ -1,17 +1,11 @@
 #include <devcomm/net_interface.h>
 #include <devcomm/socket.h>
 
+#include "support/measure.h"
 #include "support/net_namespace.h"
 
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
-#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <string>
-#include <sys/mount.h>
-#include <unistd.h>
 
 namespace
 {
@@ -78,9 +72,9 @@ void configure_links()
   EXPECT_TRUE(received.rx_packets == 1 && received.tx_packets == 0);
   close(sock);
 
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(NetIfDown("fifteen-letters!"), -1) << "not the interface of the first fifteen";
-  testing::internal::GetCapturedStdout();
+  GetCapturedStdout();
   EXPECT_EQ(GetInterfaceStatus("wlan0"), 1);
   EXPECT_TRUE(run_shell("ip link set eth0 promisc on"));
   EXPECT_EQ(NetIfDown("eth0"), 0);
@@ -106,9 +100,9 @@ void configure_routes()
   char none[] = "default";
   char beyond[] = "10.77.0.1";
   char good[] = "10.1.2.254";
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(SetRoute(nowhere) + SetRoute(none) + SetRoute(beyond), 0) << "a refusal is not told";
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  EXPECT_EQ(GetCapturedStdout(),
             "resolving nowhere.invalid\nSIOC[ADD|DEL]RT\nSIOC[ADD|DEL]RT\nSIOC[ADD|DEL]RT\n");
   EXPECT_EQ(output("ip route show default"), "");
 
@@ -124,9 +118,9 @@ void configure_routes()
   EXPECT_EQ(GetDefaultGateway(nullptr, text, &gateway), 1);
   EXPECT_TRUE(strcmp(text, "10.1.2.254") == 0 && gateway == 0x0A0102FE);
 
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(SetGateway("eth0", 0x0A0102FC), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "SetGateway : 10.1.2.252\n");
+  EXPECT_EQ(GetCapturedStdout(), "SetGateway : 10.1.2.252\n");
   EXPECT_EQ(output("ip route show default | sed 's/ *$//'"),
             "default via 10.1.2.252 dev eth0\ndefault dev eth0 scope link metric 60\n"
             "default via 10.9.0.254 dev eth1 metric 70\n")
@@ -151,9 +145,9 @@ void read_odd_tables()
 {
   ASSERT_EQ(mount("none", "/proc/self/net", "tmpfs", 0, nullptr), 0);
   unsigned int gateway = 7;
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_TRUE(CheckNetIf("lo") == -1 && CheckIPInRange("lo", 1) == -1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "open proc file error\nopen proc file error\n");
+  EXPECT_EQ(GetCapturedStdout(), "open proc file error\nopen proc file error\n");
   EXPECT_TRUE(GetGateway("lo", &gateway) == -1 && DelRoute("lo") == -1 && GetGatewayEx("lo", &gateway) == -1);
   EXPECT_EQ(GetDefaultGateway(nullptr, nullptr, nullptr), -1);
   forge("/proc/net/dev", "Inter-|\n face |\n    lo: 1 2 777\n"
@@ -218,18 +212,18 @@ TEST(NetInterface, RefusesNullAndOverlongNames)
               SetRoute(nullptr) == -1 && DelRoute(nullptr) == -1 && CheckIPInRange(nullptr, 1) == -1);
   const std::string overlong(5000, 'n');
   const char* name = overlong.c_str();
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_TRUE(GetIpAddr(name, &value) == -1 && value == 7);
   EXPECT_EQ(SetIpAddr(name, 1) + SetNetmask(name, 1) + GetNetmask(name, &value), -3);
   EXPECT_EQ(NetIfUp(name) + NetIfDown(name), -2);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "SetIpAddr call ioctl failed(No such device)"
-                                                    "SetNetmask call ioctl failed(No such device)"
-                                                    "GetNetmask call ioctl failed(No such device)"
-                                                    "InterfaceUp call ioctl failed(No such device)"
-                                                    "InterfaceDown call ioctl failed(No such device)");
-  testing::internal::CaptureStderr();
+  EXPECT_EQ(GetCapturedStdout(), "SetIpAddr call ioctl failed(No such device)"
+                                 "SetNetmask call ioctl failed(No such device)"
+                                 "GetNetmask call ioctl failed(No such device)"
+                                 "InterfaceUp call ioctl failed(No such device)"
+                                 "InterfaceDown call ioctl failed(No such device)");
+  CaptureStderr();
   EXPECT_EQ(GetMac(name, text), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ioctl: No such device\n");
+  EXPECT_EQ(GetCapturedStderr(), "ioctl: No such device\n");
 
   EXPECT_STREQ(IntIP2String(0xFF010203, text, 16), "255.1.2.3");
   EXPECT_EQ(IntIP2String(0xFF010203, text, 9), nullptr);
