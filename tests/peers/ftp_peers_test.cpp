@@ -4,12 +4,11 @@
 #include <devcomm/ftp_client.h>
 
 #include "support/ftp_servers.h"
+#include "support/scratch_folder.h"
 #include "support/server_process.h"
 #include "support/tcp_peer.h"
 
-#include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <random>
 
 namespace
@@ -35,41 +34,21 @@ std::string digest_of(const std::string& bytes)
   return digest;
 }
 
-std::string random_bytes(size_t count, std::mt19937_64& random)
-{
-  std::string bytes(count, '\0');
-  for (size_t i = 0; i + sizeof(uint64_t) <= count; i += sizeof(uint64_t))
-  {
-    const uint64_t word = random();
-    memcpy(&bytes[i], &word, sizeof word);
-  }
-  return bytes;
-}
+using SetUpServer = FtpServerSetup (*)(const std::string& scratch, int port);
 
-class FtpPeers : public testing::TestWithParam<FtpServerSetup (*)(const std::string&, int)>
+class FtpPeers : public testing::TestWithParam<SetUpServer>
 {
 protected:
   void SetUp() override
   {
-    char name[] = "/tmp/devcomm_ftp_XXXXXX";
-    ASSERT_NE(mkdtemp(name), nullptr);
-    scratch = name;
-    chmod(name, 0755);
-    std::filesystem::create_directories(scratch + "/pub/clips");
-    chmod((scratch + "/pub/clips").c_str(), 0777);
-    setup = GetParam()(scratch, port);
+    chmod(scratch.path.c_str(), 0755);
+    std::filesystem::create_directories(scratch.path + "/pub/clips");
+    chmod((scratch.path + "/pub/clips").c_str(), 0777);
+    setup = GetParam()(scratch.path, port);
     if (!setup.missing.empty())
-    {
       GTEST_SKIP() << setup.missing;
-    }
     server = std::make_unique<ServerProcess>(setup.arguments);
     ASSERT_TRUE(server->Listens(port));
-  }
-
-  void TearDown() override
-  {
-    server.reset();
-    std::filesystem::remove_all(scratch);
   }
 
   /// Starts a session that has learnt the remote file's size.
@@ -102,7 +81,7 @@ protected:
     return client.FtpGetRc(line, sizeof line);
   }
 
-  std::string scratch;
+  ScratchFolder scratch;
   int port = free_port();
   FtpServerSetup setup;
   std::unique_ptr<ServerProcess> server;
@@ -111,7 +90,8 @@ protected:
 TEST_P(FtpPeers, AClipCutAtRandomPlacesArrivesWhole)
 {
   std::mt19937_64 random(6);
-  const std::string clip = random_bytes(kClipSize, random);
+  std::string clip(kClipSize, '\0');
+  std::generate(clip.begin(), clip.end(), [&random] { return static_cast<char>(random()); });
   std::vector<size_t> ends(kCuts);
   std::generate(ends.begin(), ends.end(), [&random] { return random() % kClipSize; });
   std::sort(ends.begin(), ends.end());
@@ -135,7 +115,7 @@ TEST_P(FtpPeers, AClipCutAtRandomPlacesArrivesWhole)
     }
     Cut(client);
   }
-  std::ifstream file(scratch + "/pub/clips/2026/clip.bin", std::ios::binary);
+  std::ifstream file(scratch.path + "/pub/clips/2026/clip.bin", std::ios::binary);
   EXPECT_EQ(digest_of({std::istreambuf_iterator<char>(file), {}}), digest_of(clip));
 
   std::string received;
@@ -165,7 +145,7 @@ TEST_P(FtpPeers, AClipCutAtRandomPlacesArrivesWhole)
   EXPECT_EQ(digest_of(received), digest_of(clip));
 }
 
-std::string server_name(const testing::TestParamInfo<FtpServerSetup (*)(const std::string&, int)>& server)
+std::string server_name(const testing::TestParamInfo<SetUpServer>& server)
 {
   return server.param == set_up_vsftpd ? "Vsftpd" : "PureFtpd";
 }

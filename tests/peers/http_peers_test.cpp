@@ -3,13 +3,11 @@
 #include <devcomm/http_download.h>
 
 #include "support/http_servers.h"
+#include "support/measure.h"
+#include "support/scratch_folder.h"
 #include "support/server_process.h"
 #include "support/tcp_peer.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <filesystem>
 #include <memory>
 #include <random>
 #include <thread>
@@ -17,33 +15,22 @@
 namespace
 {
 
-/// A scratch folder with 3 MB of random bytes to serve, and the server that does it.
-class Site
-{
-public:
-  using SetUp = HttpServerSetup (*)(const std::string& scratch, int port);
+using SetUpServer = HttpServerSetup (*)(const std::string& scratch, int port);
 
-  explicit Site(SetUp setUp)
+/// A scratch folder with 3 MB of random bytes to serve, and the server that does it.
+class HttpPeers : public testing::TestWithParam<SetUpServer>
+{
+protected:
+  void SetUp() override
   {
-    std::filesystem::create_directories(m_scratch + "/www");
-    chmod(m_scratch.c_str(), 0755);
-    std::mt19937 random(6);
-    for (size_t i = 0; i + 4 <= file.size(); i += 4)
-    {
-      const auto word = static_cast<uint32_t>(random());
-      memcpy(&file[i], &word, 4);
-    }
-    std::ofstream(m_scratch + "/www/file", std::ios::binary) << file;
-    m_setup = setUp(m_scratch, m_port);
-  }
-  ~Site()
-  {
-    Stop();
-    std::filesystem::remove_all(m_scratch);
-  }
-  const std::string& Missing() const
-  {
-    return m_setup.missing;
+    std::filesystem::create_directories(m_scratch.path + "/www");
+    chmod(m_scratch.path.c_str(), 0755);
+    std::generate(file.begin(), file.end(), [this] { return static_cast<char>(random()); });
+    std::ofstream(m_scratch.path + "/www/file", std::ios::binary) << file;
+    m_setup = GetParam()(m_scratch.path, m_port);
+    if (!m_setup.missing.empty())
+      GTEST_SKIP() << m_setup.missing;
+    ASSERT_TRUE(Start());
   }
   bool Start()
   {
@@ -60,13 +47,12 @@ public:
   {
     Put(before);
     std::string url = "http://127.0.0.1:" + std::to_string(m_port) + path;
-    testing::internal::CaptureStdout();
+    CaptureStdout();
     const int result = http_download(&url[0], &m_target[0]);
-    said = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(result, expected) << said.substr(0, 1000);
-    std::string got(Stored(), '\0');
-    std::ifstream(m_target, std::ios::binary).read(&got[0], static_cast<std::streamsize>(got.size()));
-    return got;
+    m_said = GetCapturedStdout();
+    EXPECT_EQ(result, expected) << m_said.substr(0, 1000);
+    std::ifstream got(m_target, std::ios::binary);
+    return {std::istreambuf_iterator<char>(got), {}};
   }
   void Put(size_t before) const
   {
@@ -76,71 +62,54 @@ public:
   {
     return static_cast<size_t>(std::filesystem::file_size(m_target));
   }
+  bool Said(const char* text) const
+  {
+    return m_said.find(text) != std::string::npos;
+  }
 
+  std::mt19937 random{6};
   std::string file = std::string(3000001, '\0');
-  std::string said;
 
 private:
-  std::string m_scratch = testing::TempDir() + "http_peers_" + std::to_string(getpid());
-  std::string m_target = m_scratch + "/got";
+  std::string m_said;
+  ScratchFolder m_scratch;
+  std::string m_target = m_scratch.path + "/got";
   int m_port = free_port();
   HttpServerSetup m_setup;
   std::unique_ptr<ServerProcess> m_server;
 };
 
-void download_all_ways(Site& site)
+TEST_P(HttpPeers, ServesPlainRangedRedirectedChunkedAndCutBodies)
 {
-  ASSERT_TRUE(site.Start());
-  std::mt19937 random(7);
-  EXPECT_TRUE(site.Download("/file", 0, 0) == site.file);
-  EXPECT_TRUE(site.Download("/moved", 0, 0) == site.file);
-  EXPECT_NE(site.said.find("redirect: http://127.0.0.1:"), std::string::npos);
-  EXPECT_TRUE(site.Download("/chunked.cgi", 0, 0) == site.file);
-  EXPECT_NE(site.said.find("part len: 0\n"), std::string::npos);
+  EXPECT_TRUE(Download("/file", 0, 0) == file);
+  EXPECT_TRUE(Download("/moved", 0, 0) == file && Said("redirect: http://127.0.0.1:"));
+  EXPECT_TRUE(Download("/chunked.cgi", 0, 0) == file && Said("part len: 0\n"));
   for (int i = 0; i < 5; ++i)
-  {
-    EXPECT_TRUE(site.Download("/file", random() % site.file.size(), 0) == site.file);
-    EXPECT_NE(site.said.find("http status code: 206\n"), std::string::npos);
-  }
-  EXPECT_TRUE(site.Download("/file", site.file.size(), -1) == site.file);
-  EXPECT_NE(site.said.find("Not supported http code 416\n"), std::string::npos);
-  EXPECT_TRUE(site.Download("/absent", 10, -1) == site.file.substr(0, 10));
-  EXPECT_NE(site.said.find("Page not found\n"), std::string::npos);
+    EXPECT_TRUE(Download("/file", random() % file.size(), 0) == file && Said("http status code: 206\n"));
+  EXPECT_TRUE(Download("/file", file.size(), -1) == file && Said("Not supported http code 416\n"));
+  EXPECT_TRUE(Download("/absent", 10, -1) == file.substr(0, 10) && Said("Page not found\n"));
 
   // The server goes down in the middle, and the next call gets the rest from its successor.
-  site.Put(0);
+  Put(0);
   std::thread ender(
-      [&site]
+      [this]
       {
-        EXPECT_TRUE(eventually([&site] { return site.Stored() > 200000; }));
-        site.Stop();
+        EXPECT_TRUE(eventually([this] { return Stored() > 200000; }));
+        Stop();
       });
-  const std::string part = site.Download("/slow/file", 0, -1);
+  const std::string part = Download("/slow/file", 0, -1);
   ender.join();
-  EXPECT_LT(part.size(), site.file.size());
-  EXPECT_TRUE(site.file.compare(0, part.size(), part) == 0);
-  ASSERT_TRUE(site.Start());
-  EXPECT_TRUE(site.Download("/file", part.size(), 0) == site.file);
+  EXPECT_LT(part.size(), file.size());
+  EXPECT_TRUE(file.compare(0, part.size(), part) == 0);
+  ASSERT_TRUE(Start());
+  EXPECT_TRUE(Download("/file", part.size(), 0) == file);
 }
+
+std::string server_name(const testing::TestParamInfo<SetUpServer>& server)
+{
+  return server.param == set_up_nginx ? "Nginx" : "Lighttpd";
+}
+
+INSTANTIATE_TEST_SUITE_P(Real, HttpPeers, testing::Values(set_up_nginx, set_up_lighttpd), server_name);
 
 } // namespace
-
-TEST(HttpPeers, NginxServesPlainRangedRedirectedChunkedAndCutBodies)
-{
-  Site site(set_up_nginx);
-  if (!site.Missing().empty())
-  {
-    GTEST_SKIP() << site.Missing();
-  }
-  download_all_ways(site);
-}
-
-TEST(HttpPeers, LighttpdServesPlainRangedRedirectedChunkedAndCutBodies)
-{
-  Site site(set_up_lighttpd);
-  if (!site.Missing().empty())
-  {
-    GTEST_SKIP() << site.Missing();
-  }
-  download_all_ways(site);
-}

@@ -23,11 +23,7 @@ struct FtpServerSetup
 
 inline std::string missing_for_ftp(const std::string& program)
 {
-  if (access(program.c_str(), X_OK) != 0)
-  {
-    return program + " is not installed";
-  }
-  return geteuid() == 0 ? "" : program + " needs root to serve a folder as its root";
+  return geteuid() == 0 ? missing_program(program) : program + " needs root to serve a folder as its root";
 }
 
 inline void write_text(const std::string& path, const std::string& text)
@@ -62,9 +58,7 @@ inline FtpServerSetup set_up_pure_ftpd(const std::string& scratch, int port)
   const std::string makeTable = peer_program("/usr/bin/pure-pw") + " mkdb " + users + ".pdb -f " + users;
   std::string missing = missing_for_ftp(program);
   if (missing.empty() && system(makeTable.c_str()) != 0) // NOLINT(cert-env33-c)
-  {
     missing = "pure-pw cannot make the table of users";
-  }
   return {missing,
           {program, "-S", "127.0.0.1," + std::to_string(port), "-P", "127.0.0.1", "-l",
            "puredb:" + users + ".pdb", "-u", "1", "-A", "-E", "-H", "-f", "none", "-g", scratch + "/pid"},

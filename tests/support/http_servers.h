@@ -3,7 +3,6 @@
 #include "support/peer_program.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <string>
@@ -19,11 +18,6 @@ struct HttpServerSetup
   std::vector<std::string> arguments;
 };
 
-inline std::string missing_for_http(const std::string& program)
-{
-  return access(program.c_str(), X_OK) == 0 ? "" : program + " is not installed";
-}
-
 inline HttpServerSetup set_up_nginx(const std::string& scratch, int port)
 {
   const std::string program = peer_program("/usr/sbin/nginx");
@@ -31,9 +25,7 @@ inline HttpServerSetup set_up_nginx(const std::string& scratch, int port)
   const std::string address = "127.0.0.1:" + std::to_string(port);
   std::string temporary;
   for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
-  {
     temporary += std::string(kind) + "_temp_path " + scratch + "/tmp;\n";
-  }
   std::ofstream(config) << "daemon off;\nmaster_process off;\npid " << scratch
                         << "/nginx.pid;\nevents {}\nhttp {\naccess_log off;\n"
                         << temporary << "server {\nlisten " << address << ";\nroot " << scratch
@@ -41,7 +33,7 @@ inline HttpServerSetup set_up_nginx(const std::string& scratch, int port)
                         << "/www/; limit_rate 1m; }\nlocation = /chunked.cgi { alias " << scratch
                         << "/www/file; ssi on; ssi_types *; }\nlocation = /moved { return 302 http://"
                         << address << "/file; }\n}\n}\n";
-  return {missing_for_http(program), {program, "-e", "stderr", "-p", scratch, "-c", config}};
+  return {missing_program(program), {program, "-e", "stderr", "-p", scratch, "-c", config}};
 }
 
 inline HttpServerSetup set_up_lighttpd(const std::string& scratch, int port)
@@ -58,5 +50,5 @@ inline HttpServerSetup set_up_lighttpd(const std::string& scratch, int port)
                         << "$HTTP[\"url\"] =~ \"^/slow/\" { connection.kbytes-per-second = 1024 }\n";
   std::ofstream(scratch + "/www/chunked.cgi")
       << "printf 'Content-Type: application/octet-stream\\r\\n\\r\\n'; cat " << scratch << "/www/file\n";
-  return {missing_for_http(program), {program, "-D", "-m", peer_program("/usr/lib/lighttpd"), "-f", config}};
+  return {missing_program(program), {program, "-D", "-m", peer_program("/usr/lib/lighttpd"), "-f", config}};
 }

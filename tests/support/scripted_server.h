@@ -21,9 +21,7 @@ public:
   {
     std::string line;
     for (std::string byte = Receive(1); !byte.empty() && byte != "\n"; byte = Receive(1))
-    {
       line += byte;
-    }
     return line.substr(0, line.find('\r'));
   }
 

@@ -7,9 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <cstdio>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -22,9 +21,7 @@ public:
   {
     std::vector<char*> argv;
     for (std::string& argument : arguments)
-    {
       argv.push_back(argument.data());
-    }
     argv.push_back(nullptr);
     const pid_t parent = getpid();
     m_pid = fork();
@@ -33,13 +30,9 @@ public:
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       const int nowhere = open("/dev/null", O_RDWR);
       for (int fd = 0; fd < 3; ++fd)
-      {
         dup2(nowhere, fd);
-      }
       if (getppid() == parent)
-      {
         execv(argv[0], argv.data());
-      }
       _exit(127);
     }
   }
@@ -47,17 +40,14 @@ public:
   ~ServerProcess()
   {
     kill(m_pid, SIGTERM);
-    bool ended = false;
-    for (int i = 0; i < 2000 && !ended; ++i)
+    for (int i = 0; i < 2000; ++i)
     {
-      ended = waitpid(m_pid, nullptr, WNOHANG) == m_pid;
+      if (waitpid(m_pid, nullptr, WNOHANG) == m_pid)
+        return;
       usleep(1000);
     }
-    if (!ended)
-    {
-      kill(m_pid, SIGKILL);
-      waitpid(m_pid, nullptr, 0);
-    }
+    kill(m_pid, SIGKILL);
+    waitpid(m_pid, nullptr, 0);
   }
 
   ServerProcess(const ServerProcess&) = delete;
@@ -84,15 +74,8 @@ public:
   /// Whether processes of the server's own are serving somebody.
   bool Busy() const
   {
-    const std::string path =
-        "/proc/" + std::to_string(m_pid) + "/task/" + std::to_string(m_pid) + "/children";
-    FILE* file = fopen(path.c_str(), "re");
-    const bool busy = file != nullptr && fgetc(file) != EOF;
-    if (file != nullptr)
-    {
-      fclose(file);
-    }
-    return busy;
+    const std::string pid = std::to_string(m_pid);
+    return std::ifstream("/proc/" + pid + "/task/" + pid + "/children").peek() != EOF;
   }
 
 private:
