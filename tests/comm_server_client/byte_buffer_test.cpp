@@ -212,19 +212,13 @@ TEST(ByteBuffer, ReadsAndWritesDescriptorsByOneCallEach)
   close(fds[1]);
   EXPECT_EQ(queue.Read(fds[0], 5000), 0);
   close(fds[0]);
-  EXPECT_EQ(queue.Read(fds[0], 1), -1);
-  EXPECT_EQ(errno, EBADF);
-  EXPECT_EQ(queue.Write(fds[0]), -1);
-  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(error_of([&] { return queue.Read(fds[0], 1); }), EBADF);
+  EXPECT_EQ(error_of([&] { return queue.Write(fds[0]); }), EBADF);
   EXPECT_EQ(queue.Length(), 6000U);
 
   // A buffer that could not be made never looks like a socket to try again later.
-  errno = EAGAIN;
-  EXPECT_EQ(ExpandBuffer_read(nullptr, fds[0], 1), -1);
-  EXPECT_EQ(errno, EINVAL);
-  errno = EAGAIN;
-  EXPECT_EQ(ExpandBuffer_write(nullptr, fds[0]), -1);
-  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(error_of([&] { return ExpandBuffer_read(nullptr, fds[0], 1); }), EINVAL);
+  EXPECT_EQ(error_of([&] { return ExpandBuffer_write(nullptr, fds[0]); }), EINVAL);
 
   // A vanished reader is an error, never a signal, and one pending before stays pending.
   int pair[2];
@@ -233,11 +227,7 @@ TEST(ByteBuffer, ReadsAndWritesDescriptorsByOneCallEach)
   close(pair[0]);
   signal(SIGPIPE, SIG_DFL);
   for (int fd : {fds[1], pair[1]})
-  {
-    errno = 0;
-    EXPECT_EQ(queue.Write(fd), -1);
-    EXPECT_EQ(errno, EPIPE);
-  }
+    EXPECT_EQ(error_of([&] { return queue.Write(fd); }), EPIPE);
   sigset_t pipeSignal;
   sigset_t before;
   sigemptyset(&pipeSignal);
@@ -262,8 +252,7 @@ TEST(ByteBuffer, SendsAllItHoldsAsOneDatagram)
   SimpleBufMng out;
   SimpleBufMng in;
   sockaddr_in from{};
-  EXPECT_EQ(in.UdpRead(receiver, -1, &from), -1);
-  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_EQ(error_of([&] { return in.UdpRead(receiver, -1, &from); }), EAGAIN);
   out.Add("two ", 4);
   out.Add("parts", 5);
   EXPECT_EQ(out.UdpWrite(sender, &to), 9);

@@ -76,9 +76,7 @@ TEST(Socket, WaitsAnswerLikeSelectForEveryKindOfDescriptor)
     EXPECT_EQ(select_read(fd, 0), real_select(fd, false));
     EXPECT_EQ(select_write(fd, 0), real_select(fd, true));
   }
-  errno = 0;
-  EXPECT_EQ(select_read(closed, 10), -1);
-  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(error_of([&] { return select_read(closed, 10); }), EBADF);
 
   // Above FD_SETSIZE, where a set has no place for them.
   rlimit limit{};
@@ -109,14 +107,10 @@ TEST(Socket, WaitsLastTheirTimeWithTheMillisecondsShrunkToMicroseconds)
 
   for (int bad : {-1, -1000, -1500})
   {
-    errno = 0;
-    EXPECT_EQ(select_read(fds[0], bad), -1);
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(error_of([&] { return select_read(fds[0], bad); }), EINVAL);
     EXPECT_EQ(select_write(fds[0], bad), -1);
   }
-  errno = 0;
-  EXPECT_EQ(select_write(-1, 0), -1);
-  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(error_of([&] { return select_write(-1, 0); }), EBADF);
   close(fds[0]);
 }
 
@@ -128,9 +122,7 @@ TEST(Socket, ASignalEndsAWaitButNotAConnect)
     sockaddr_in address{};
     const int listener = tcp_listen(0, &address);
     ASSERT_GT(listener, 0);
-    errno = 0;
-    EXPECT_EQ(select_read(listener, 5000), -1);
-    EXPECT_EQ(errno, EINTR);
+    EXPECT_EQ(error_of([&] { return select_read(listener, 5000); }), EINTR);
 
     // With its backlog full the listener drops new SYNs: connecting takes until the next one, a second.
     std::vector<int> filling;
@@ -186,11 +178,8 @@ TEST(Socket, OpenedSocketsAreBoundAndSetAsPromised)
 
   // Failures close what they opened and keep the errno of the failing step.
   const int free_fd = lowest_free_fd();
-  errno = 0;
-  EXPECT_EQ(tcp_listen(port_of(address), nullptr), -1);
-  EXPECT_EQ(errno, EADDRINUSE);
-  EXPECT_EQ(udp_multicast_init("10.0.0.1", 0, nullptr), -1);
-  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(error_of([&] { return tcp_listen(port_of(address), nullptr); }), EADDRINUSE);
+  EXPECT_EQ(error_of([&] { return udp_multicast_init("10.0.0.1", 0, nullptr); }), EINVAL);
   EXPECT_EQ(udp_multicast_init(nullptr, 0, nullptr), -1);
   EXPECT_EQ(net_udp_connect("127.0.0.1", 0, nullptr), -1);
   EXPECT_EQ(lowest_free_fd(), free_fd);
@@ -261,8 +250,7 @@ TEST(Socket, StreamsConnectAndARefusalShowsLater)
   sockaddr_in address{};
   sockaddr_in peer{};
   const int listener = tcp_listen(0, &address);
-  EXPECT_EQ(tcp_accept(listener, nullptr), -1);
-  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_EQ(error_of([&] { return tcp_accept(listener, nullptr); }), EAGAIN);
   const int port = port_of(address);
   const int client = tcp_connect("localhost", port, &peer, -1, 20000, 1);
   ASSERT_GT(client, 0);
@@ -289,13 +277,11 @@ TEST(Socket, StreamsConnectAndARefusalShowsLater)
 
   close_all({server, client, listener});
   const int free_fd = lowest_free_fd();
-  EXPECT_EQ(tcp_connect("127.0.0.1", port, nullptr, -1, 0, 0), -1);
-  EXPECT_EQ(errno, ECONNREFUSED);
+  EXPECT_EQ(error_of([&] { return tcp_connect("127.0.0.1", port, nullptr, -1, 0, 0); }), ECONNREFUSED);
   EXPECT_EQ(lowest_free_fd(), free_fd);
   const int refused = tcp_connect("127.0.0.1", port, nullptr, 1000, 0, 0);
   ASSERT_GT(refused, 0);
-  EXPECT_EQ(check_sock_err(refused), -1);
-  EXPECT_EQ(errno, ECONNREFUSED);
+  EXPECT_EQ(error_of([&] { return check_sock_err(refused); }), ECONNREFUSED);
   EXPECT_EQ(check_sock_err(refused), 0); // reading it cleared it
   close(refused);
 }

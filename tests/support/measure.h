@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -35,4 +36,12 @@ inline int occurrences(const std::string& text, const std::string& what)
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
     ++count;
   return count;
+}
+
+/// The error a call fails with by -1; 0 when it does not fail, or does not say.
+template <typename Call>
+int error_of(Call call)
+{
+  errno = 0;
+  return call() == -1 ? errno : 0;
 }
