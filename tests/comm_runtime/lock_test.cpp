@@ -1,12 +1,12 @@
 #include <devcomm/lock.h>
 
 #include "support/scratch_folder.h"
-#include "support/signal_storm.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <string>
 #include <thread>
 
@@ -83,21 +83,24 @@ TEST_F(FileLock, ExcludesOtherObjectsAndProcessesUntilTheScopeEnds)
 
 TEST_F(FileLock, ASignalDoesNotEndTheWait)
 {
+  struct sigaction action = {};
+  struct sigaction before = {};
+  action.sa_handler = [](int) {
+  };
+  sigaction(SIGUSR1, &action, &before);
   CFileLock holder(path.data());
   CFileLock waiter(path.data());
   holder.Lock();
   std::atomic<int> result{1};
-  SignalStorm::count() = 0;
-  std::thread waiting(
-      [&]
-      {
-        const SignalStorm storm;
-        result = waiter.Lock();
-      });
-  while (SignalStorm::count() < 20)
+  std::thread waiting([&] { result = waiter.Lock(); });
+  for (int i = 0; i < 20; ++i)
+  {
     usleep(1000);
+    pthread_kill(waiting.native_handle(), SIGUSR1);
+  }
   EXPECT_EQ(result, 1);
   holder.Unlock();
   waiting.join();
   EXPECT_EQ(result, 0);
+  sigaction(SIGUSR1, &before, nullptr);
 }
