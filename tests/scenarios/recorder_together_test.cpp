@@ -4,6 +4,7 @@
 
 #include "annexb_splitter.h"
 #include "support/process.h"
+#include "support/recorder_tools.h"
 #include "support/tcp_peer.h"
 
 #include <devcomm/socket.h>
@@ -12,8 +13,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -34,32 +33,6 @@ struct Ring
   int key = free_port();
   std::string lock = "/tmp/ShmBuf_lock_" + std::to_string(key);
 };
-
-struct Answer
-{
-  std::string output;
-  std::string errors;
-  int status;
-};
-
-Answer run(const std::vector<std::string>& words)
-{
-  Process process(words);
-  const std::string output = process.read_until(1);
-  return {output, process.read_until(2), process.wait()};
-}
-
-Answer recorderctl(int port, std::vector<std::string> words)
-{
-  words.insert(words.begin(), "--port=" + std::to_string(port));
-  return run(command(DEVCOMM_RECORDERCTL, words));
-}
-
-std::string contents(const std::string& path)
-{
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 // A follower of the ring that writes to a file of its own.
 struct Tap
