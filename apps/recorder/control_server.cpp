@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include <unistd.h>
 
@@ -15,10 +17,15 @@ namespace
 {
 
 constexpr char kMark[] = "mark ";
+constexpr char kClip[] = "clip";
+constexpr int kClipKeyFrames = 5;
 
 } // namespace
 
-ControlServer::ControlServer(const Status& status, EventBus& events) : status_(status), events_(events) {}
+ControlServer::ControlServer(const Status& status, EventBus& events, ClipMaker& clips)
+    : status_(status), events_(events), clips_(clips)
+{
+}
 
 bool ControlServer::start(int port)
 {
@@ -67,6 +74,23 @@ void ControlServer::answer(char* request, char* text, size_t size)
     events_.publish("mark", request + strlen(kMark));
     snprintf(text, size, "marked");
   }
+  else if (strncmp(request, kClip, strlen(kClip)) == 0)
+    make_clip(request + strlen(kClip), text, size);
   else
     snprintf(text, size, "unknown request");
+}
+
+// @param count  empty, or a blank and the number of key frames
+void ControlServer::make_clip(const char* count, char* text, size_t size)
+{
+  char* end = nullptr;
+  const long keyFrames = *count == '\0' ? kClipKeyFrames : strtol(count, &end, 10);
+  const bool good = (*count == '\0' || (*count == ' ' && *end == '\0')) && keyFrames >= 1 &&
+                    keyFrames <= FrameHistory::kMaxKeyFrames;
+  std::string name;
+  const char* why = good ? clips_.make(static_cast<int>(keyFrames), name) : "it takes 1 to 15 key frames";
+  if (why == nullptr)
+    snprintf(text, size, "%s", name.c_str());
+  else
+    snprintf(text, size, "no clip: %s", why);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "clip_maker.h"
 #include "event_bus.h"
 #include "status.h"
 
@@ -10,11 +11,12 @@ struct sockaddr_un;
 ///     status       the status line
 ///     stop         ends the recorder, as SIGTERM does
 ///     mark TEXT    makes an event of the text
+///     clip [N]     makes a clip of the last N key frames
 class ControlServer
 {
 public:
-  /// Both must outlive the server.
-  ControlServer(const Status& status, EventBus& events);
+  /// All must outlive the server.
+  ControlServer(const Status& status, EventBus& events, ClipMaker& clips);
 
   /// Call stop() first.
   ~ControlServer() = default;
@@ -30,10 +32,12 @@ public:
 private:
   static int on_request(int sock, sockaddr_un* from, unsigned* fromLength, char* data, int length,
                         void* self);
+  void make_clip(const char* count, char* text, size_t size);
   void answer(char* request, char* text, size_t size);
 
   const Status& status_;
   EventBus& events_;
+  ClipMaker& clips_;
   char path_[256] = "";
   void* listener_ = nullptr;
 };

@@ -2,7 +2,8 @@
 
 #include <devcomm/watchdog.h>
 
-Dog::Dog(const char* name) : id_(CCommDog::Instance()->RegisterDog(const_cast<char*>(name), kTimeoutSeconds))
+Dog::Dog(const char* name, int seconds)
+    : id_(CCommDog::Instance()->RegisterDog(const_cast<char*>(name), seconds))
 {
 }
 

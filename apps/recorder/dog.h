@@ -11,15 +11,15 @@
 class Dog
 {
 public:
-  /// @param name  how a stalled thread is called
-  explicit Dog(const char* name);
+  /// @param name     how a stalled thread is called
+  /// @param seconds  without a feed after which the checks begin to count
+  explicit Dog(const char* name, int seconds = kTimeoutSeconds);
   ~Dog();
   Dog(const Dog&) = delete;
   Dog& operator=(const Dog&) = delete;
 
   void feed() const;
 
-  /// Seconds without a feed after which the checks begin to count.
   static constexpr int kTimeoutSeconds = 3;
 
 private:

@@ -32,6 +32,7 @@ Recorder::Recorder(const Options& options)
 {
   events_.subscribe(journal_); // before whoever announces an event that must not be lost
   events_.subscribe(printer_);
+  events_.subscribe(clipMaker_);
   tracker_.subscribe(journal_);
   tracker_.subscribe(positionServer_);
 }
@@ -46,8 +47,8 @@ bool Recorder::start()
 
 bool Recorder::open()
 {
-  return (options_.data == nullptr || journal_.open(options_.data)) && input_.open(options_.input) &&
-         gpsLine_.open(options_.gps, options_.gpsBaud, options_.gpsRate) &&
+  return (options_.data == nullptr || (journal_.open(options_.data) && outbox_.open(options_.data))) &&
+         input_.open(options_.input) && gpsLine_.open(options_.gps, options_.gpsBaud, options_.gpsRate) &&
          (options_.ring == 0 || ringWriter_.open(options_.ring));
 }
 
@@ -64,7 +65,9 @@ bool Recorder::start_parts()
          must(gpsLine_.start(), "start the GPS sender") &&
          must(controlServer_.start(options_.port), "listen for recorderctl") &&
          must(options_.announce == 0 || announcer_.start(options_.announce), "announce on port",
-              options_.announce);
+              options_.announce) &&
+         must(!outbox_.is_open() || clipMaker_.Start("clip maker") == 0, "start the clip maker") &&
+         must(options_.upload == nullptr || uploader_.start(options_.uploadTarget), "start the uploader");
 }
 
 // Whoever asks first, then viewers, then what feeds them.
@@ -73,12 +76,15 @@ bool Recorder::stop()
   videoServer_.ask_stop();
   positionServer_.ask_stop();
   controlServer_.stop();
+  uploader_.SetStatus(0);
   const bool stopped = videoServer_.stop();
   ringWriter_.Stop();
   source_.Stop();
   gpsReader_.Stop();
   gpsLine_.stop();
-  const bool allStopped = positionServer_.stop() && stopped;
+  clipMaker_.Stop();
+  const bool served = positionServer_.stop() && stopped;
+  const bool allStopped = uploader_.stop() && served;
   journal_.close();
   if (options_.data != nullptr)
     flush_disk_of(options_.data);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "clip_maker.h"
 #include "control_server.h"
 #include "event_bus.h"
 #include "event_printer.h"
@@ -10,6 +11,7 @@
 #include "media_input.h"
 #include "media_source.h"
 #include "options.h"
+#include "outbox.h"
 #include "position.h"
 #include "position_server.h"
 #include "ring_writer.h"
@@ -17,6 +19,7 @@
 #include "status.h"
 #include "status_announcer.h"
 #include "tracker.h"
+#include "uploader.h"
 #include "video_server.h"
 
 #include <devcomm/frame_buffer.h>
@@ -85,9 +88,14 @@ private:
   VideoServer videoServer_{frames_, history_, source_};
   RingWriter ringWriter_{frames_};
 
+  // What it sends away.
+  Outbox outbox_;
+  ClipMaker clipMaker_{history_, outbox_};
+  Uploader uploader_{outbox_, journal_};
+
   // How it is doing, and who asks.
-  const Status status_{source_, videoServer_, positions_};
-  ControlServer controlServer_{status_, events_};
+  const Status status_{source_, videoServer_, positions_, uploader_};
+  ControlServer controlServer_{status_, events_, clipMaker_};
   StatusAnnouncer announcer_;
   StallWatch stallWatch_;
 };

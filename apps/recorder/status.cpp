@@ -19,14 +19,17 @@ struct PositionText
 
 } // namespace
 
-Status::Status(const MediaSource& source, const VideoServer& server, const PositionBoard& positions)
-    : source_(source), server_(server), positions_(positions)
+Status::Status(const MediaSource& source, const VideoServer& server, const PositionBoard& positions,
+               const Uploader& uploader)
+    : source_(source), server_(server), positions_(positions), uploader_(uploader)
 {
 }
 
 void Status::write(char* text, size_t size) const
 {
-  snprintf(text, size, "frames %u, key frames %u, viewers %d, bytes %" PRIu64 ", dropped %" PRIu64 ", %s",
+  const std::string upload = uploader_.describe();
+  snprintf(text, size, "frames %u, key frames %u, viewers %d, bytes %" PRIu64 ", dropped %" PRIu64 ", %s%s%s",
            source_.frames(), source_.key_frames(), server_.viewers(), server_.bytes(),
-           server_.dropped() + source_.dropped(), PositionText(positions_.newest()).text);
+           server_.dropped() + source_.dropped(), PositionText(positions_.newest()).text,
+           upload.empty() ? "" : ", ", upload.c_str());
 }

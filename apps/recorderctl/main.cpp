@@ -2,9 +2,11 @@
 
 #include "command_line.h"
 #include "control_path.h"
+#include "update.h"
 
 #include <devcomm/unix_domain.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -14,15 +16,23 @@ namespace
 {
 
 constexpr int kPatienceSeconds = 5;
+constexpr char kRefused[] = "no clip: "; // how the recorder says so
 
 constexpr char kUsage[] =
-    "Usage: recorderctl [--port N] status|stop|mark TEXT\n"
+    "Usage: recorderctl [--port N] status|stop|mark TEXT|clip [N]\n"
+    "       recorderctl update URL FILE\n"
     "\n"
     "Asks the recorder that serves video on port N (default 9554), and prints its answer.\n"
     "\n"
     "  status      how it is doing, in one line\n"
     "  stop        ends it\n"
     "  mark TEXT   makes an event of the text\n"
+    "  clip [N]    makes a clip of the last N key frames, 1 to 15 (default 5), in its outbox, and prints its "
+    "name\n"
+    "  update URL FILE\n"
+    "              needs no recorder: downloads URL by HTTP, compares it with the MD5 at URL.md5, and only "
+    "then\n"
+    "              gives it the name FILE\n"
     "  --help      print this and stop\n";
 
 // The request as the recorder takes it; empty when the words are none.
@@ -32,7 +42,8 @@ std::string request_of(const std::vector<char*>& words)
   for (const char* word : words)
     request.append(request.empty() ? "" : " ").append(word);
   const bool mark = words.size() > 1 && strcmp(words[0], "mark") == 0;
-  const bool known = mark || request == "status" || request == "stop";
+  const bool clip = !words.empty() && words.size() <= 2 && strcmp(words[0], "clip") == 0;
+  const bool known = mark || clip || request == "status" || request == "stop";
   return known && request.size() < kControlBytes ? request : "";
 }
 
@@ -49,7 +60,13 @@ int ask(int port, std::string request)
     fprintf(stderr, "recorderctl: no answer from a recorder on port %d\n", port);
     return 1;
   }
-  printf("%.*s\n", length, answer);
+  const std::string text(answer, static_cast<size_t>(std::max(length, 0)));
+  if (text.compare(0, strlen(kRefused), kRefused) == 0)
+  {
+    fprintf(stderr, "recorderctl: %s\n", text.c_str());
+    return 1;
+  }
+  puts(text.c_str());
   return 0;
 }
 
@@ -67,10 +84,12 @@ int main(int argc, char** argv)
     fputs(kUsage, stdout);
     return 0;
   }
+  if (line.words().size() == 3 && strcmp(line.words()[0], "update") == 0)
+    return update(line.words()[1], line.words()[2]);
   const std::string request = request_of(line.words());
   if (request.empty())
   {
-    fputs("recorderctl: needs status, stop or mark TEXT (see --help)\n", stderr);
+    fputs("recorderctl: needs status, stop, mark TEXT, clip [N] or update URL FILE (see --help)\n", stderr);
     return 2;
   }
   return ask(port, request);
