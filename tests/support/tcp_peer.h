@@ -14,17 +14,21 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <random>
 #include <string>
 
-/// A loopback port that nobody listens on at the moment.
+/// A port that nobody uses at the moment, and that the kernel gives to no connection meanwhile: one below those it
+/// chooses from.
 inline int free_port()
 {
+  static std::mt19937 random{std::random_device{}()};
   const int sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  socklen_t len = sizeof address;
-  bind(sock, reinterpret_cast<sockaddr*>(&address), len);
-  getsockname(sock, reinterpret_cast<sockaddr*>(&address), &len);
+  do
+  {
+    address.sin_port = htons(static_cast<uint16_t>(10000 + random() % 20000));
+  } while (bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0);
   close(sock);
   return ntohs(address.sin_port);
 }
@@ -225,13 +229,17 @@ struct Listening
   int started;
 };
 
-/// Whether the condition comes true within ten seconds.
+/// Whether the condition comes true within ten seconds; then it is not asked again.
 template <typename Condition>
 bool eventually(Condition condition)
 {
-  for (int i = 0; i < 10000 && !condition(); ++i)
+  for (int i = 0; i < 10000; ++i)
   {
+    if (condition())
+    {
+      return true;
+    }
     usleep(1000);
   }
-  return condition();
+  return false;
 }
