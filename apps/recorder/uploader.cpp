@@ -17,7 +17,7 @@ namespace
 constexpr int64_t kPauseUs = 100000;
 constexpr int64_t kGatherUs = 10000000; // events of that time share a file
 constexpr int64_t kFirstWaitUs = 500000;
-constexpr int64_t kLongestWaitUs = 60000000;
+constexpr int64_t kLongestWaitUs = 30000000;
 constexpr int kSilenceSeconds = 90; // the FTP client itself waits a minute for a reply
 constexpr int kStopPauses = 20;
 
@@ -78,8 +78,8 @@ void* Uploader::PthreadProc()
       dog.feed();
       const int64_t now = monotonic_us();
       const auto files = outbox_.files();
-      if (files.empty() &&
-          now >= gatherUs) // while no server takes them, events are better kept in the journal
+      // While no server takes them, events are better kept in the journal.
+      if (files.empty() && now >= gatherUs)
       {
         outbox_.put_events(journal_);
         gatherUs = now + kGatherUs;

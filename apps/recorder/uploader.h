@@ -15,7 +15,7 @@
 /// The thread that sends the files of the outbox to an FTP server, oldest first, and then the journal's events.
 ///
 /// A file is removed only when the server has acknowledged it. While the server does not answer (ICMP, where the
-/// recorder may ask that way) or an upload fails, the thread waits, from half a second to a minute, and then tries
+/// recorder may ask that way) or an upload fails, the thread waits, from half a second to half a minute, and then tries
 /// the next file, so that one which is refused holds up no other. Any thread may look at it; one starts and stops it.
 class Uploader : public CommonCthread
 {
