@@ -192,7 +192,7 @@ size_t WriteGetDataCallback(void* data, size_t size, size_t count, void* sink)
     puts("not enough memory (realloc returned NULL)");
     return 0;
   }
-  if (bytes > 0)
+  if (data != nullptr)
   {
     memcpy(grown + gathered->length, data, bytes);
   }
