@@ -4,80 +4,18 @@
 
 #include <devcomm/time_process.h>
 
-#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <sys/time.h>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 namespace
 {
 
-#ifdef __SSE2__
-
-// Whether storing a block ahead never changes bytes still to be read. The plain loop may always be used.
-bool blocks_may_unescape(const unsigned char* in, int n, const unsigned char* out)
+const EscapeLoops& fastest_loops()
 {
-  const auto from = reinterpret_cast<uintptr_t>(in);
-  const auto to = reinterpret_cast<uintptr_t>(out);
-  return to >= from + static_cast<uintptr_t>(n) || to + 16 <= from;
+  static const EscapeLoops loops = escape_loops();
+  return loops;
 }
-
-__m128i load16(const unsigned char* p)
-{
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
-
-void store16(unsigned char* p, __m128i bytes)
-{
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(p), bytes);
-}
-
-// Sixteen bytes at a time. The whole block is stored even when only the bytes before an escaped one count:
-// what these sixteen become is never shorter than sixteen, so the store stays inside the output.
-EscapeCursor escape_blocks(const unsigned char* in, int end, unsigned char* out, EscapeCursor at)
-{
-  while (end - at.in >= 16)
-  {
-    const __m128i block = load16(in + at.in);
-    const __m128i special =
-        _mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8(0x7E)), _mm_cmpeq_epi8(block, _mm_set1_epi8(0x7D)));
-    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
-    store16(out + at.out, block);
-    if (mask == 0)
-    {
-      at = {at.in + 16, at.out + 16};
-      continue;
-    }
-    const int plain = __builtin_ctz(mask);
-    at = escape_plain(in, at.in + plain + 1, out, {at.in + plain, at.out + plain});
-  }
-  return at;
-}
-
-// As above. Sixteen bytes may become eight here; with thirty-two to come the store stays inside.
-EscapeCursor unescape_blocks(const unsigned char* in, int end, unsigned char* out, EscapeCursor at)
-{
-  while (end - at.in >= 32)
-  {
-    const __m128i block = load16(in + at.in);
-    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(0x7D))));
-    store16(out + at.out, block);
-    if (mask == 0)
-    {
-      at = {at.in + 16, at.out + 16};
-      continue;
-    }
-    const int plain = __builtin_ctz(mask);
-    at = unescape_plain(in, at.in + plain + 1, out, {at.in + plain, at.out + plain});
-  }
-  return at;
-}
-
-#endif
 
 unsigned char to_bcd(unsigned int value)
 {
@@ -110,11 +48,7 @@ int bb_encode(unsigned char* in, int n, unsigned char* out, int /*outSize*/)
     out[1] = in[1];
     return 2;
   }
-  EscapeCursor at = {1, 1};
-#ifdef __SSE2__
-  at = escape_blocks(in, n - 1, out, at);
-#endif
-  at = escape_plain(in, n - 1, out, at);
+  EscapeCursor at = fastest_loops().escape(in, n - 1, out, {1, 1});
   out[at.out++] = in[n - 1];
   return at.out;
 }
@@ -131,14 +65,7 @@ int bb_decode(unsigned char* in, int n, unsigned char* out, int /*outSize*/)
     out[1] = in[1];
     return 2;
   }
-  EscapeCursor at = {1, 1};
-#ifdef __SSE2__
-  if (blocks_may_unescape(in, n, out))
-  {
-    at = unescape_blocks(in, n - 1, out, at);
-  }
-#endif
-  at = unescape_plain(in, n - 1, out, at);
+  EscapeCursor at = fastest_loops().unescape(in, n - 1, out, {1, 1});
   if (at.in < n) // a pair at the very end has taken the flag
   {
     out[at.out++] = in[at.in];

@@ -1,7 +1,7 @@
 #pragma once
 
-/// The plain loops behind bb_encode and bb_decode: the fallback where no vector unit helps, the end of
-/// every frame, and what tests and benchmarks hold the fast paths against.
+/// The loops behind bb_encode and bb_decode. The plain ones run everywhere, end every frame, and are what
+/// tests and benchmarks hold the fast ones against.
 
 /// Where a walk over a frame stands: next byte to read and next byte to write.
 struct EscapeCursor
@@ -9,6 +9,9 @@ struct EscapeCursor
   int in;
   int out;
 };
+
+/// A loop over in[at.in .. end-1], which writes to out[at.out ...] its result and nothing beyond.
+using EscapeLoop = EscapeCursor (*)(const unsigned char* in, int end, unsigned char* out, EscapeCursor at);
 
 /// Escapes in[at.in .. end-1] to out[at.out ...].
 /// @return both positions after the last byte
@@ -49,3 +52,19 @@ inline EscapeCursor unescape_plain(const unsigned char* in, int end, unsigned ch
   }
   return at;
 }
+
+/// The fastest loops that this processor runs.
+struct EscapeLoops
+{
+  EscapeLoop escape = escape_plain;
+  EscapeLoop unescape = unescape_plain;
+};
+
+#if defined(__x86_64__) || defined(__i386__)
+EscapeLoops escape_loops();
+#else
+inline EscapeLoops escape_loops()
+{
+  return {};
+}
+#endif

@@ -12,7 +12,7 @@ TEST(Text, MemfindEqualsASlowSearch)
   for (int round = 0; round < 20000; ++round)
   {
     const auto letters = 1 + random() % 4;
-    std::vector<char> text(random() % 120);
+    std::vector<char> text(random() % 300);
     std::vector<char> what(1 + random() % (round % 2 == 0 ? 4 : 40));
     for (auto* bytes : {&text, &what})
     {
@@ -34,9 +34,9 @@ TEST(Text, MemfindEqualsASlowSearch)
 TEST(Text, MemfindStaysLinearAndRefusesBadLengths)
 {
   std::vector<char> text(4 << 20, 'a');
-  std::string what(30, 'a');
-  what[1] = 'b'; // agrees with the text at the four places looked at first
-  EXPECT_EQ(memfind(text.data(), 4 << 20, what.data(), 30), nullptr);
+  std::vector<char> what(1 << 20, 'a');
+  what[1 << 19] = 'b'; // half a million bytes agree with the text wherever it is looked at
+  EXPECT_EQ(memfind(text.data(), 4 << 20, what.data(), 1 << 20), nullptr);
   char pair[] = "xa";
   EXPECT_EQ(memfind(pair, 2, "ab", 2), nullptr) << "the first byte is the last of the buffer";
   EXPECT_EQ(memfind(pair, 2, "x", 0), nullptr);
