@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include <poll.h>
+#include <sched.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -19,6 +20,8 @@ namespace
 
 constexpr int kPassMs = 20;
 constexpr int kReadBytes = 4096;
+constexpr int kLongYieldMs = 2;
+constexpr int kNoYieldMs = 50;
 
 thread_local const tcp_client_st* currentClient = nullptr;
 
@@ -41,6 +44,7 @@ private:
   bool report(SERVICE_STATE_E state);
   bool idle();
   unsigned look_for_output();
+  void let_others_run(int64_t passStart);
   short wait(int64_t passStart);
   bool receive(int64_t passStart);
   bool send();
@@ -48,8 +52,9 @@ private:
   Connection& c;
   const int sock; // the record's may be taken away by then; this one is ours to close
   bool checkError = true;
-  bool hasRoom = true;    // the last write took something, so the next one likely finds room
-  int64_t emptiedMs = -1; // when a read last left nothing behind
+  bool hasRoom = true;     // the last write took something, so the next one likely finds room
+  int64_t emptiedMs = -1;  // when a read last left nothing behind
+  int64_t yieldFromMs = 0; // before it a yield is expected to take long
 };
 
 void ConnectionLoop::run()
@@ -144,6 +149,26 @@ unsigned ConnectionLoop::look_for_output()
   return queued;
 }
 
+// A peer that has just been answered often has its next message under way. Where this processor has other work that
+// is soon done, such as other connections' messages, this thread finds the message there when it comes back, which
+// costs less than to sleep and be woken. Where somebody keeps the processor busy it comes back only after his whole
+// time slice; a yield that proves long is therefore the last one for a while. On a single processor the peer's side
+// of the work is not going on meanwhile, and sleeping is cheaper.
+void ConnectionLoop::let_others_run(int64_t passStart)
+{
+  static const bool severalProcessors = sysconf(_SC_NPROCESSORS_ONLN) > 1;
+  if (!severalProcessors || passStart != c.lastActiveMs || passStart < yieldFromMs)
+  {
+    return;
+  }
+  sched_yield();
+  const int64_t now = now_ms();
+  if (now > passStart + kLongYieldMs)
+  {
+    yieldFromMs = now + kNoYieldMs;
+  }
+}
+
 // What the socket is ready for within the pass; 0 for nothing. A wake goes on waiting with the eye on the socket's
 // room, so that it makes no pass, and no IDLE, of its own. With bytes to send and likely room there is no wait:
 // both are tried, in their order, and finding the socket not ready costs less than asking.
@@ -157,6 +182,10 @@ short ConnectionLoop::wait(int64_t passStart)
     {
       // Within the millisecond of a read that emptied the socket there is little to look for again.
       return passStart == emptiedMs ? POLLOUT : POLLIN | POLLOUT;
+    }
+    if (queued == 0)
+    {
+      let_others_run(passStart);
     }
     const auto wanted = static_cast<short>(queued > 0 ? POLLIN | POLLOUT : POLLIN);
     pollfd fds[2] = {{sock, wanted, 0}, {c.wakeFd, POLLIN, 0}};
