@@ -218,8 +218,8 @@ double bytes_per_second(int port)
 {
   static char data[256 * 1024];
   const int sock = connect_raw(port);
-  // Woken for whole chunks: otherwise the rate is that of the machine's wake-ups, not of the sender.
-  const int low = kChunk;
+  // Woken for a whole buffer: otherwise the rate is that of the machine's wake-ups, not of the sender.
+  const int low = sizeof data;
   setsockopt(sock, SOL_SOCKET, SO_RCVLOWAT, &low, sizeof low);
   double bytes = 0;
   const auto start = Clock::now();
