@@ -1,3 +1,4 @@
+#include "comm_server_client/client_parts.h"
 #include "comm_server_client/socket_internal.h"
 #include "comm_server_client/tcp_connection.h"
 
@@ -103,13 +104,8 @@ tcp_client_st* ClientInit()
     DEVCOMM_ASSERT_REPORT(Warning);
     return nullptr;
   }
-  pthread_mutex_init(&connection->sendLock, nullptr);
-  connection->sock = -1;
   connection->wakeFd = -1;
-  connection->thread = ThreadInit();
-  connection->recvBuf = new (std::nothrow) SimpleBufMng();
-  connection->sendBuf = new (std::nothrow) SimpleBufMng();
-  if (connection->thread == nullptr || connection->recvBuf == nullptr || connection->sendBuf == nullptr)
+  if (!make_client_parts(connection))
   {
     DEVCOMM_ASSERT_REPORT(Warning);
     connection_free(connection);
@@ -120,13 +116,7 @@ tcp_client_st* ClientInit()
 
 void connection_free(Connection* connection)
 {
-  // Somebody may be queueing his last bytes at this moment.
-  pthread_mutex_lock(&connection->sendLock);
-  pthread_mutex_unlock(&connection->sendLock);
-  delete connection->recvBuf;
-  delete connection->sendBuf;
-  pthread_mutex_destroy(&connection->sendLock);
-  ThreadUninit(connection->thread);
+  free_client_parts(connection);
   if (connection->wakeFd >= 0)
   {
     close(connection->wakeFd);

@@ -1,5 +1,6 @@
 #include <devcomm/udp_client.h>
 
+#include "comm_server_client/client_parts.h"
 #include "comm_server_client/udp_service.h"
 
 #include "internal/assert_report.h"
@@ -36,12 +37,7 @@ udp_client_st* UdpClientInit()
     DEVCOMM_ASSERT_REPORT(Warning);
     return nullptr;
   }
-  pthread_mutex_init(&service->sendLock, nullptr);
-  service->sock = -1;
-  service->thread = ThreadInit();
-  service->recvBuf = new (std::nothrow) SimpleBufMng();
-  service->sendBuf = new (std::nothrow) SimpleBufMng();
-  if (service->thread == nullptr || service->recvBuf == nullptr || service->sendBuf == nullptr)
+  if (!make_client_parts(service))
   {
     DEVCOMM_ASSERT_REPORT(Warning);
     udp_service_free(service);
@@ -52,13 +48,7 @@ udp_client_st* UdpClientInit()
 
 void udp_service_free(UdpService* service)
 {
-  // Somebody may be queueing his last bytes at this moment.
-  pthread_mutex_lock(&service->sendLock);
-  pthread_mutex_unlock(&service->sendLock);
-  delete service->recvBuf;
-  delete service->sendBuf;
-  pthread_mutex_destroy(&service->sendLock);
-  ThreadUninit(service->thread);
+  free_client_parts(service);
   delete service;
 }
 
