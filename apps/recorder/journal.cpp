@@ -82,8 +82,6 @@ bool Journal::fail(const char* what, const char* name) const
 
 bool Journal::open(const char* dir)
 {
-  if (!make_path(dir))
-    return fail("use the directory", dir);
   const CAutoLock guard(&lock_);
   const std::string data = dir;
   open_ = open_cache(data) && open_database(data + "/recorder.db");

@@ -22,7 +22,7 @@ class Journal : public EventSink, public PositionSink
 public:
   ~Journal() override;
 
-  /// @param dir  made when missing, but not its parents
+  /// @param dir  is there, and no other recorder uses it
   /// @return false when something cannot be opened: one line on standard error has said what
   bool open(const char* dir);
 

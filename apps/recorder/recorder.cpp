@@ -47,7 +47,8 @@ bool Recorder::start()
 
 bool Recorder::open()
 {
-  return (options_.data == nullptr || (journal_.open(options_.data) && outbox_.open(options_.data))) &&
+  return (options_.data == nullptr ||
+          (folderLock_.take(options_.data) && journal_.open(options_.data) && outbox_.open(options_.data))) &&
          input_.open(options_.input) && gpsLine_.open(options_.gps, options_.gpsBaud, options_.gpsRate) &&
          (options_.ring == 0 || ringWriter_.open(options_.ring));
 }

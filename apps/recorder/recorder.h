@@ -4,6 +4,7 @@
 #include "control_server.h"
 #include "event_bus.h"
 #include "event_printer.h"
+#include "folder_lock.h"
 #include "frame_history.h"
 #include "gps_line.h"
 #include "gps_reader.h"
@@ -69,6 +70,7 @@ private:
   bool start_parts();
 
   const Options options_;
+  FolderLock folderLock_; // given up last
 
   // Where it is, and what happens.
   PositionBoard positions_;
