@@ -23,6 +23,17 @@ constexpr int kLastWaits = 20;       // for a database that is in use when the j
 constexpr useconds_t kLastWaitUs = 50000;
 constexpr int kLineBytes = 1024; // what a record of the cache holds
 
+// The cache is a file with holes, and a disk that has become full fills no hole.
+bool fill_holes(const std::string& file)
+{
+  struct stat about = {};
+  const int fd = open(file.c_str(), O_WRONLY | O_CLOEXEC);
+  const bool filled = fd >= 0 && fstat(fd, &about) == 0 && posix_fallocate(fd, 0, about.st_size) == 0;
+  if (fd >= 0)
+    close(fd);
+  return filled;
+}
+
 bool make_path(std::string path)
 {
   return make_not_exist_dir(path.data()) == 0;
@@ -102,6 +113,8 @@ bool Journal::open_cache(const std::string& dir)
   waiting_.setCacheFile(kCacheName, 0, kMostWaiting);
   if (card_.size() + sizeof kCacheName > kLongestPath || !reopen_cache())
     return fail("open the cache in", card_.c_str());
+  if (!fill_holes(card_ + "/" + kCacheName))
+    fail("reserve room for events in", card_.c_str()); // there may be enough for those that come
   return true;
 }
 
