@@ -17,11 +17,11 @@ namespace
 
 constexpr char kPart[] = ".part";
 constexpr char kEvents[] = "events.part"; // outlives the process: events that have left the journal
+constexpr char kEventsFile[] = "events.txt";
 
-bool is_part(const std::string& name)
+bool ends_in(const std::string& name, const std::string& end)
 {
-  const size_t length = sizeof kPart - 1;
-  return name.size() >= length && name.compare(name.size() - length, length, kPart) == 0;
+  return name.size() >= end.size() && name.compare(name.size() - end.size(), end.size(), end) == 0;
 }
 
 // Of the files in a directory, those that are being written, or the others.
@@ -35,7 +35,7 @@ std::vector<std::string> list(const std::string& dir, bool parts)
   {
     struct stat about = {};
     const std::string name = entry->d_name;
-    if (name[0] != '.' && is_part(name) == parts && stat((dir + name).c_str(), &about) == 0 &&
+    if (name[0] != '.' && ends_in(name, kPart) == parts && stat((dir + name).c_str(), &about) == 0 &&
         S_ISREG(about.st_mode))
       names.push_back(name);
   }
@@ -109,10 +109,14 @@ bool Outbox::put(const std::vector<uint8_t>& bytes, std::string& name)
 
 void Outbox::put_events(Journal& journal)
 {
+  for (const std::string& name : files())
+    if (ends_in(name, kEventsFile))
+      return;
   const std::string part = path(kEvents);
   journal.move_waiting(part.c_str());
-  if (access(part.c_str(), F_OK) == 0)
-    finish_file(part, path(dated("events.txt")));
+  struct stat about = {};
+  if (stat(part.c_str(), &about) == 0 && about.st_size > 0) // a full disk leaves it empty
+    finish_file(part, path(dated(kEventsFile)));
 }
 
 std::vector<std::string> Outbox::files() const

@@ -25,7 +25,8 @@ public:
   /// @return false when it cannot be written, or kMaxFiles are waiting
   bool put(const std::vector<uint8_t>& bytes, std::string& name);
 
-  /// Adds a file of the events that wait in the journal, if there are any. One thread at a time.
+  /// Adds a file of the events that wait in the journal, if there are any and no file of events waits already: while
+  /// no server takes that one, the next are better kept in the journal. One thread at a time.
   void put_events(Journal& journal);
 
   /// Names of the whole files, oldest first.

@@ -77,14 +77,13 @@ void* Uploader::PthreadProc()
     {
       dog.feed();
       const int64_t now = monotonic_us();
-      const auto files = outbox_.files();
-      // While no server takes them, events are better kept in the journal.
-      if (files.empty() && now >= gatherUs)
+      if (now >= gatherUs)
       {
         outbox_.put_events(journal_);
         gatherUs = now + kGatherUs;
       }
-      else if (files.empty() || now < tryUs)
+      const auto files = outbox_.files();
+      if (files.empty() || now < tryUs)
         nap_us(kPauseUs);
       else if (reachable() && send(files[failures % files.size()], dog))
       {

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <string>
 
-/// The thread that sends the files of the outbox to an FTP server, oldest first, and then the journal's events.
+/// The thread that sends the files of the outbox to an FTP server, oldest first, and puts the journal's events there.
 ///
 /// A file is removed only when the server has acknowledged it. While the server does not answer (ICMP, where the
 /// recorder may ask that way) or an upload fails, the thread waits, from half a second to half a minute, and then tries
