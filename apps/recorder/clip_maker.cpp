@@ -3,6 +3,7 @@
 #include "clock.h"
 #include "dog.h"
 
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -26,7 +27,7 @@ const char* ClipMaker::make(int keyFrames, std::string& file)
   if (bytes.empty())
     return "there is no key frame yet";
   file = "clip.h264";
-  return outbox_.put(bytes, file) ? nullptr : "the outbox is full";
+  return outbox_.put(bytes, file) ? nullptr : "the outbox or its disk is full";
 }
 
 void ClipMaker::on_event(const Event& event)
@@ -41,10 +42,19 @@ void* ClipMaker::PthreadProc()
   while (GetStatus() != 0)
   {
     dog.feed();
-    std::string file;
-    if (wanted_.exchange(false))
-      make(kEventKeyFrames, file);
+    make_wanted();
     nap_us(kPauseUs);
   }
+  make_wanted(); // of an event just before the end
   return nullptr;
+}
+
+void ClipMaker::make_wanted()
+{
+  if (!wanted_.exchange(false))
+    return;
+  std::string file;
+  const char* why = make(kEventKeyFrames, file);
+  if (why != nullptr)
+    fprintf(stderr, "recorder: no clip: %s\n", why);
 }

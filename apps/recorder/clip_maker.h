@@ -28,6 +28,8 @@ public:
   void* PthreadProc() override;
 
 private:
+  void make_wanted();
+
   FrameHistory& history_;
   Outbox& outbox_;
   std::atomic<bool> wanted_{false};
