@@ -11,14 +11,15 @@ namespace
 
 constexpr size_t kBlockBytes = 65536;
 constexpr int kStallSeconds = 10;
-constexpr int kComplete = 226;
 constexpr int kReplyBytes = 201;
+constexpr size_t kLongestName =
+    sizeof ftp_sdk_data_t::file_name - 1; // of a longer one the client sends a part
 
 class Session
 {
 public:
   Session(const UserDefServerSet_t& server, const std::string& path, const std::string& name)
-      : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC))
+      : file_(name.size() <= kLongestName ? open(path.c_str(), O_RDONLY | O_CLOEXEC) : -1)
   {
     UserDefServerSet_t copy = server;
     client_.FtpSetServerInfo(0, &copy);
@@ -41,12 +42,14 @@ public:
     if (file_ < 0 || fstat(file_, &about) != 0 || about.st_size >= INT32_MAX)
       return false;
     const int64_t size = about.st_size;
-    if (client_.FtpStart() != 0 || client_.FtpGetServerDirFile() != 0)
+    // The directory once more: FtpStart enters it as seen from the user's own, and a file is listed as seen from the
+    // root. Where it cannot be entered, each try would leave the file somewhere else.
+    if (client_.FtpStart() != 0 || client_.FtpCwd(0) != 0 || client_.FtpGetServerDirFile() != 0)
       return false;
     const int64_t there = listed().size;
     const int64_t begin = there <= size ? there : 0;
     return client_.FtpCreateDateSockFd(begin > 0 ? 1 : 0, 0) == 0 && send(begin, size, progress) &&
-           acknowledged() && client_.FtpGetServerDirFile() == 0 && listed().name[0] != '\0' &&
+           acknowledged() && client_.FtpGetServerDirFile() == 0 && listed().name_len != 0 &&
            listed().size == size;
   }
 
@@ -77,7 +80,8 @@ private:
   {
     char reply[kReplyBytes];
     client_.FtpCloseSockFd(client_.FtpGetClientData()->data_fd);
-    return client_.FtpGetRc(reply, sizeof reply) == kComplete;
+    const int code = client_.FtpGetRc(reply, sizeof reply);
+    return code == 226 || code == 250;
   }
 
   int file_;

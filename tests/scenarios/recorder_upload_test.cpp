@@ -112,6 +112,7 @@ private:
       else
         peer.Send(verb == "USER"   ? "331 password\r\n"
                   : verb == "PASS" ? "230 welcome\r\n"
+                  : verb == "CWD"  ? "250 there\r\n"
                   : verb == "PASV" ? passive_
                                    : "200 yes\r\n");
     }
