@@ -97,7 +97,8 @@ int main(int argc, char** argv)
   run(recorder, signals, options.seconds);
   const bool stopped = recorder.stop();
   recorder.tell_status();
+  const int status = recorder.failed() ? 1 : 0;
   if (!stopped)
-    _exit(1); // a connection that will not end keeps what it uses
-  return recorder.failed() ? 1 : 0;
+    _exit(status); // a connection that will not end keeps what it uses; nothing is lost by it
+  return status;
 }
