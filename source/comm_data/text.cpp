@@ -68,7 +68,8 @@ const char* find_bytes(const char* buf, size_t len, const char* what, size_t wha
   }
   const char* from = buf;
 #if defined(__x86_64__) || defined(__i386__)
-  static const bool has_avx2 = __builtin_cpu_supports("avx2") != 0;
+  // Looked up by hand: a caller that runs before this library's constructors would find no features, for good.
+  static const bool has_avx2 = (__builtin_cpu_init(), __builtin_cpu_supports("avx2") != 0);
   if (has_avx2)
   {
     from = find_avx2(buf, len, what, what_len);
