@@ -87,15 +87,11 @@ struct Session
     return std::exchange(commands, "");
   }
 
-  ftp_sdk_data_t& Data()
-  {
-    return *client.FtpGetClientData();
-  }
-
   Answers answers;
   std::string commands;
   std::mutex mutex; // guards the two above
   CFtpClient client;
+  ftp_sdk_data_t& state = *client.FtpGetClientData();
   ScriptedServer data{[this](ScriptedPeer& peer)
                       {
                         const std::string text = Answer("listing");
@@ -128,12 +124,12 @@ TEST(FtpClient, StartsASessionInTheDirectoriesOfItsDirection)
     Session session({}, remotedir, subdir, download);
     ASSERT_EQ(session.client.FtpStart(), 0);
     EXPECT_EQ(session.Commands(), kLogin + commands);
-    EXPECT_STREQ(session.Data().server_ip, "127.0.0.1");
-    EXPECT_EQ(session.Data().status, 3);
+    EXPECT_STREQ(session.state.server_ip, "127.0.0.1");
+    EXPECT_EQ(session.state.status, 3);
     EXPECT_EQ(session.client.FtpStart(), -1);
     EXPECT_TRUE(was_logged("2:FTP STATUS ERROR rc = 1"));
     EXPECT_EQ(session.client.FtpDisconnect(), 0);
-    EXPECT_EQ(session.Data().status, 1);
+    EXPECT_EQ(session.state.status, 1);
     char line[] = "NOOP\r\n";
     EXPECT_EQ(session.client.FtpSendLine(line), 0);
     EXPECT_TRUE(was_logged("2:this->m_ftp_sdk_data.status:1 cmd:NOOP\r\n\n"));
@@ -158,9 +154,14 @@ TEST(FtpClient, FindsTheReplyInWhateverAServerSends)
   for (const auto& [hello, code, log] : cases)
   {
     Session session;
-    ScriptedServer server([&hello = hello](ScriptedPeer& peer)
-                          { hello.size() < 100 ? peer.SendByteByByte(hello) : peer.Send(hello); });
-    session.Data().server_port = static_cast<uint16_t>(server.port);
+    ScriptedServer server(
+        [&hello = hello](ScriptedPeer& peer)
+        {
+          const size_t piece = hello.size() < 100 ? 1 : hello.size();
+          for (size_t at = 0; at < hello.size(); at += piece)
+            peer.Send(hello.substr(at, piece));
+        });
+    session.state.server_port = static_cast<uint16_t>(server.port);
     EXPECT_EQ(session.client.FtpConnect(), code == 220 ? 0 : -1) << hello.substr(0, 50);
     EXPECT_TRUE(was_logged(log)) << logged;
   }
@@ -193,7 +194,7 @@ TEST(FtpClient, TellsWhyALoginOrADirectoryWasRefused)
     Session session(Answers{{verb, answer}});
     ASSERT_EQ(session.client.FtpConnect(), 0);
     EXPECT_EQ(session.client.FtpLogin(), status == 3 ? 0 : -1) << answer;
-    EXPECT_EQ(session.Data().status, status) << answer;
+    EXPECT_EQ(session.state.status, status) << answer;
     EXPECT_TRUE(was_logged(log)) << logged;
   }
 
@@ -239,21 +240,21 @@ TEST(FtpClient, AnswersEveryPasvReplyAndNeverTouchesANumberItGaveUp)
     Session session(Answers{{"listing", "stall"}});
     ASSERT_EQ(session.client.FtpStart(), 0);
     ASSERT_EQ(session.client.FtpOpenDataPasv(), 0);
-    EXPECT_EQ(session.Data().status, 5);
+    EXPECT_EQ(session.state.status, 5);
     // A number that no thread of the server takes by itself.
-    const int old = fcntl(session.Data().data_fd, F_DUPFD_CLOEXEC, 200);
-    close(std::exchange(session.Data().data_fd, old));
+    const int old = fcntl(session.state.data_fd, F_DUPFD_CLOEXEC, 200);
+    close(std::exchange(session.state.data_fd, old));
     session.Change("PASV", answer);
     EXPECT_EQ(session.client.FtpOpenDataPasv(), result) << answer;
     EXPECT_TRUE(was_logged(log)) << logged;
-    if (session.Data().data_fd == old)
+    if (session.state.data_fd == old)
     {
       // Somebody else gets the closed number. A server that starts the transfer all the same harms nobody.
       const int stranger = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, old);
       ASSERT_EQ(stranger, old);
       session.client.FtpGetListFile();
       session.client.FtpCreateDateSockFd(0, 0);
-      EXPECT_EQ(session.client.FtpWriteDate(session.Data().data_fd, "x", 1, 1), -1);
+      EXPECT_EQ(session.client.FtpWriteDate(session.state.data_fd, "x", 1, 1), -1);
       session.client.FtpClose();
       EXPECT_EQ(close(stranger), 0);
     }
@@ -262,7 +263,7 @@ TEST(FtpClient, AnswersEveryPasvReplyAndNeverTouchesANumberItGaveUp)
   Session session(Answers{{"PASV", "500 x"}});
   ASSERT_EQ(session.client.FtpStart(), 0);
   EXPECT_EQ(session.client.FtpGetServerDirFile(), -1); // LIST was sent, descriptor 0 not waited for
-  EXPECT_EQ(session.Data().data_fd, 0);
+  EXPECT_EQ(session.state.data_fd, 0);
   EXPECT_NE(session.Commands().find("LIST /a/b/f.bin|"), std::string::npos);
   char numbers[] = "010,0x10,3,-4,2,1";
   char address[48];
@@ -291,11 +292,11 @@ TEST(FtpClient, ReadsTheListingOfOneFile)
   {
     Session session(Answers{{"LIST", reply}, {"listing", listing}}, "a", "s");
     ASSERT_EQ(session.client.FtpStart(), 0);
-    session.Data().list_count = 7;
-    session.Data().list_entries[0].size = 1;
-    const auto& entry = session.Data().list_entries[0];
+    session.state.list_count = 7;
+    session.state.list_entries[0].size = 1;
+    const auto& entry = session.state.list_entries[0];
     EXPECT_EQ(session.client.FtpGetServerDirFile(), result) << listing;
-    EXPECT_EQ(session.Data().list_count, count) << listing;
+    EXPECT_EQ(session.state.list_count, count) << listing;
     EXPECT_EQ(entry.size, size) << listing;
     EXPECT_EQ(entry.name, name);
     EXPECT_EQ(entry.name_len, nameLen);

@@ -315,9 +315,7 @@ TEST(HttpDownload, HelpersFindGatherAndCount)
   EXPECT_EQ(strncasestr(text, word), text + 6);
   for (auto pair :
        {std::make_pair(text, absent), {text, empty}, {empty, word}, {nullptr, word}, {text, nullptr}})
-  {
     EXPECT_EQ(strncasestr(pair.first, pair.second), nullptr);
-  }
 
   http_text_t reply{};
   EXPECT_EQ(WriteGetDataCallback(text, 1, 7, &reply), 7U);

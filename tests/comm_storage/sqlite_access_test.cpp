@@ -1,6 +1,7 @@
 #include <devcomm/sqlite_access.h>
 
 #include "comm_time/child.h"
+#include "support/net_namespace.h"
 #include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
@@ -9,11 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sched.h>
 #include <sqlite3.h>
 #include <string>
-#include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <utility>
 
@@ -26,12 +24,8 @@ protected:
   void SetUp() override
   {
     chmod(m_folder.path.c_str(), 0755);
-    ASSERT_TRUE(m_db.Open(path()));
+    ASSERT_TRUE(m_db.Open(path));
     ASSERT_TRUE(m_db.SqliteOpEx("CREATE TABLE t (a, b)"));
-  }
-  const char* path() const
-  {
-    return m_path.c_str();
   }
   // Rows in the table; -1 when they cannot be read.
   int rows()
@@ -42,7 +36,8 @@ protected:
   }
 
   ScratchFolder m_folder;
-  std::string m_path = m_folder.path + "/db";
+  const std::string m_path = m_folder.path + "/db";
+  const char* const path = m_path.c_str();
   SQLite m_db;
 };
 
@@ -133,7 +128,7 @@ TEST_F(SQLiteAccess, TransactionsCommitAndRollBack)
               m_db.RollbackTransaction());
   EXPECT_TRUE(m_db.BeginTransaction() && m_db.SqliteOpEx("INSERT INTO t VALUES (3, 3)"));
   EXPECT_EQ(rows(), 2);
-  EXPECT_TRUE(m_db.Open(path())); // closes the connection in the middle of the transaction
+  EXPECT_TRUE(m_db.Open(path)); // closes the connection in the middle of the transaction
   EXPECT_EQ(rows(), 1);
 }
 
@@ -151,7 +146,7 @@ TEST_F(SQLiteAccess, CommandsRunAgainAndAreClearedTwice)
   moved.Clear();
   moved.Clear();
   EXPECT_FALSE(moved.Excute() || moved.SetCommandText("SELECT 1"));
-  EXPECT_TRUE(m_db.Open(path()));
+  EXPECT_TRUE(m_db.Open(path));
   EXPECT_EQ(rows(), 4);
 }
 
@@ -162,7 +157,7 @@ TEST_F(SQLiteAccess, ReadersOutliveTheirConnection)
   {
     bool ok = false;
     SQLite local;
-    EXPECT_TRUE(local.Open(path()));
+    EXPECT_TRUE(local.Open(path));
     reader = local.SqliteOp("SELECT a FROM t", ok);
   }
   EXPECT_TRUE(reader.Read());
@@ -215,7 +210,7 @@ TEST_F(SQLiteAccess, AnotherProcessHoldsTheDatabase)
   {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     SQLite own;
-    const bool locked = own.Open(path()) && own.SqliteOpEx("BEGIN EXCLUSIVE") && write(held[1], "", 1) == 1;
+    const bool locked = own.Open(path) && own.SqliteOpEx("BEGIN EXCLUSIVE") && write(held[1], "", 1) == 1;
     pause();
     _exit(locked ? 0 : 1);
   }
@@ -239,16 +234,14 @@ TEST_F(SQLiteAccess, AnotherProcessHoldsTheDatabase)
 TEST_F(SQLiteAccess, ReadOnlyFile)
 {
   m_db.Close();
-  chmod(path(), 0444);
+  chmod(path, 0444);
   const std::string result = run_in_child(
       [this]
       {
         if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) // root may write to any file
-        {
           return 9;
-        }
         SQLite own;
-        const bool opened = own.Open(path());
+        const bool opened = own.Open(path);
         const bool inserted = own.SqliteOp("INSERT INTO t VALUES (1, 1)", stop_at_first);
         return opened && !inserted && own.SqliteOpEx("SELECT * FROM t") ? 0 : 1;
       });
@@ -259,14 +252,14 @@ TEST_F(SQLiteAccess, DamagedFiles)
 {
   EXPECT_TRUE(m_db.SqliteOpEx("INSERT INTO t VALUES (zeroblob(9000), 1)"));
   m_db.Close();
-  const int fd = open(path(), O_RDWR | O_CLOEXEC);
+  const int fd = open(path, O_RDWR | O_CLOEXEC);
   const std::string garbage(4096, '\x5A');
   EXPECT_EQ(pwrite(fd, garbage.data(), garbage.size(), 4096), 4096); // the table's root page
-  ASSERT_TRUE(m_db.Open(path()));
+  ASSERT_TRUE(m_db.Open(path));
   EXPECT_EQ(printed([&] { return rows(); }), "error:The database disk image is malformed\n-1");
   EXPECT_EQ(pwrite(fd, garbage.data(), 100, 0), 100); // the file's head
   close(fd);
-  ASSERT_TRUE(m_db.Open(path()));
+  ASSERT_TRUE(m_db.Open(path));
   EXPECT_EQ(printed([&] { return m_db.SqliteOpEx("SELECT * FROM t"); }),
             "error:File opened that is not a database file\n0");
 }
@@ -277,29 +270,21 @@ TEST_F(SQLiteAccess, FullDisk)
   const std::string result = run_in_child(
       [this]
       {
-        if ((unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ||
-            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", m_folder.path.c_str(), "tmpfs", 0, "size=64k") != 0)
-        {
+        if (!enter_namespaces() || mount("tmpfs", m_folder.path.c_str(), "tmpfs", 0, "size=64k") != 0)
           return 9;
-        }
         SQLite own;
-        const bool made = own.Open(path()) && own.SqliteOpEx("CREATE TABLE t (a)");
+        const bool made = own.Open(path) && own.SqliteOpEx("CREATE TABLE t (a)");
         SQLiteCommand insert(&own, "INSERT INTO t VALUES (zeroblob(10000))");
         int stored = 0;
         while (stored < 100 && insert.Excute())
-        {
           ++stored;
-        }
         insert.Clear();
         const bool refused = !own.SqliteOp("INSERT INTO t VALUES (zeroblob(10000))", nullptr, nullptr);
         int count = 0;
         return made && refused && own.SqliteOp("SELECT * FROM t", &count, nullptr) && count == stored ? 0 : 1;
       });
   if (result == "9")
-  {
     GTEST_SKIP() << "no right to mount a small file system";
-  }
   EXPECT_EQ(
       result,
       "query SQL : INSERT INTO t VALUES (zeroblob(10000)) failed!, ret: 13, err:database or disk is full\n0");
@@ -313,11 +298,11 @@ TEST_F(SQLiteAccess, FreeFunctionsOnAHandle)
   int cols = -1;
   EXPECT_EQ(printed([&] { return sqlite3_open(nullptr, &db); }), "open db param input err\n-1");
   EXPECT_EQ(db, nullptr);
-  EXPECT_EQ(printed([&] { return sqlite3_open(path(), nullptr); }), "open db param input err\n-1");
+  EXPECT_EQ(printed([&] { return sqlite3_open(path, nullptr); }), "open db param input err\n-1");
   EXPECT_EQ(printed([&] { return sqlite3_open("/nowhere/db", &db); }),
             "open the /nowhere/db db file failed!, ret is: 14\n14");
   EXPECT_EQ(sqlite3_close(&db), 0);
-  ASSERT_EQ(sqlite3_open(path(), &db), 0);
+  ASSERT_EQ(sqlite3_open(path, &db), 0);
   EXPECT_EQ(sqlite3_exec_sql(&db, "INSERT INTO t VALUES (1, 'x'); INSERT INTO t VALUES (2, NULL)"), 0);
   EXPECT_EQ(printed([&] { return sqlite3_exec_sql(&db, "DROP TABLE u"); }),
             "Exec sql : DROP TABLE u failed!, ret: 1, err:no such table: u\n1");

@@ -13,9 +13,7 @@ std::string run_in_child(Function function)
 {
   int ends[2];
   if (pipe(ends) != 0)
-  {
     return "no pipe";
-  }
   fflush(stdout);
   const pid_t pid = fork();
   if (pid == 0)
@@ -28,9 +26,7 @@ std::string run_in_child(Function function)
   close(ends[1]);
   std::string output;
   for (char c; read(ends[0], &c, 1) == 1;)
-  {
     output += c;
-  }
   close(ends[0]);
   int status = 0;
   waitpid(pid, &status, 0);

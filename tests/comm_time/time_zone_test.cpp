@@ -1,12 +1,11 @@
 #include <devcomm/time_process.h>
 
 #include "comm_time/child.h"
+#include "support/net_namespace.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <sched.h>
-#include <sys/mount.h>
 
 TEST(TimeZone, WritesTheZoneFile)
 {
@@ -14,11 +13,8 @@ TEST(TimeZone, WritesTheZoneFile)
       []
       {
         // An empty /etc that only this child sees.
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("none", "/etc", "tmpfs", 0, nullptr) != 0)
-        {
+        if (!enter_namespaces() || mount("none", "/etc", "tmpfs", 0, nullptr) != 0)
           return 77;
-        }
         int results = 0;
         for (const int hours : {8, -8, 12})
         {
@@ -31,9 +27,7 @@ TEST(TimeZone, WritesTheZoneFile)
         return results;
       });
   if (result == "77")
-  {
     GTEST_SKIP() << "no right to make a mount namespace with an /etc of its own";
-  }
   EXPECT_EQ(result, "---- set TZ:GMT-08:30\n ---\n10:GMT-08:30\n"
                     "---- set TZ:GMT+-8:30\n ---\n10:GMT+-8:30\n"
                     "---- set TZ:GMT-12:30\n ---\n10:GMT-12:30\n0");

@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <glob.h>
 #include <sstream>
 #include <string>
@@ -25,13 +24,6 @@ std::string first_match(const std::string& pattern)
   const std::string path = any ? found.gl_pathv[found.gl_pathc - 1] : "";
   globfree(&found);
   return path;
-}
-
-std::string contents(const std::string& path)
-{
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
 }
 
 // A cpio archive in the kernel's "newc" form.
@@ -84,9 +76,7 @@ protected:
       const std::string release = m_kernel.empty() ? "" : m_kernel.substr(images.size());
       m_modules = top + "/lib/modules/" + release + "/kernel/drivers/";
       if (!m_kernel.empty() && !first_match(m_modules + "ata/ata_piix.ko").empty())
-      {
         return true;
-      }
     }
     return false;
   }
@@ -98,9 +88,7 @@ protected:
     root.add("modules", 040755, "");
     for (const std::string name :
          {"ata/ata_piix.ko", "ata/libata.ko", "scsi/scsi_common.ko", "scsi/scsi_mod.ko", "scsi/sd_mod.ko"})
-    {
       root.add("modules/" + name.substr(name.find('/') + 1), 0100644, contents(m_modules + name));
-    }
     return file("root", root.finish());
   }
 
@@ -113,9 +101,7 @@ protected:
                      "console=ttyS0 quiet panic=-1 mitigations=off no_timer_check"});
     std::string text;
     for (std::string part = "-"; !part.empty(); text += part)
-    {
       part = machine.read_until(1);
-    }
     machine.signal(SIGKILL);
     m_missing = machine.wait() == 127; // it never started
     return text;
@@ -132,26 +118,18 @@ protected:
 TEST_F(DiskMachine, TheDiskFlushesSleepsAndWakes)
 {
   if (!find_kernel())
-  {
     GTEST_SKIP() << "no kernel with its ata_piix module (scripts/guest fetches one)";
-  }
   std::string sectors(8 << 20, '\0');
   sectors.replace(3 * 512, 1024, std::string(512, 'P') + std::string(512, 'D'));
   const std::string disk = file("disk", sectors);
   const std::string said = run(root_file(), disk);
   if (m_missing)
-  {
     GTEST_SKIP() << "qemu-system-x86_64 is not installed";
-  }
   std::string lines;
   std::istringstream console(said);
   for (std::string line; std::getline(console, line);)
-  {
     if (line.rfind("guest: ", 0) == 0)
-    {
       lines += line.substr(7, line.find_last_not_of('\r') - 6) + "\n";
-    }
-  }
   EXPECT_EQ(lines, "identify 0\nmodel's letter 81\nunknown command 5\n" // EIO
                    "read native max 0\nlast sector 16383\n"
                    "read by PIO 0\nfirst byte 80\nread by 48-bit DMA 0\nfirst byte 68\n"

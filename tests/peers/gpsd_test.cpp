@@ -2,12 +2,11 @@
 
 #ifdef DEVCOMM_RECORDER
 
-#include "support/process.h"
+#include "support/recorder_tools.h"
 #include "support/tcp_peer.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -35,16 +34,6 @@ std::string dm(double degrees, int width)
   char text[32];
   snprintf(text, sizeof text, "%0*.0f%08.5f", width, whole, (degrees - whole) * 60);
   return text;
-}
-
-std::string sentence(const std::string& body)
-{
-  int sum = 0;
-  for (const char c : body)
-    sum ^= c;
-  char end[16];
-  snprintf(end, sizeof end, "*%02X\r\n", static_cast<unsigned>(sum));
-  return "$" + body + end;
 }
 
 // Writes a receiver's log of that many seconds from 10:10:00, 2026-03-23 on. @return its path
@@ -101,7 +90,6 @@ TEST(GpsdTest, TheDaemonReportsThePositionThatTheRecorderServes)
   const std::string log = write_log(100);
   const int gpsPort = free_port();
   RecorderProcess process(free_port(), {"--gps", log}, gpsPort);
-  process.read_until(1, " on port ");
   const int port = free_port();
   Process daemon(unprivileged(
       {"gpsd", "-N", "-n", "-b", "-S", std::to_string(port), "tcp://127.0.0.1:" + std::to_string(gpsPort)}));
@@ -111,13 +99,10 @@ TEST(GpsdTest, TheDaemonReportsThePositionThatTheRecorderServes)
   ASSERT_TRUE(client.Send("?WATCH={\"enable\":true,\"json\":true};\n"));
 
   int agreed = 0;
-  for (std::string line; agreed < 3;)
+  while (agreed < 3)
   {
-    const std::string byte = client.Receive(1);
-    ASSERT_NE(byte, "") << line;
-    line += byte;
-    if (byte != "\n")
-      continue;
+    const std::string line = client.ReceiveLine();
+    ASSERT_NE(line, "");
     const size_t time = line.find("\"time\":\"2026-03-23T10:1");
     if (line.find("\"TPV\"") != std::string::npos && time != std::string::npos &&
         number_after(line, "mode") >= 2)
@@ -130,7 +115,6 @@ TEST(GpsdTest, TheDaemonReportsThePositionThatTheRecorderServes)
       EXPECT_NEAR(number_after(line, "track"), 84, 0.01) << line;
       ++agreed;
     }
-    line.clear();
   }
   unlink(log.c_str());
 }
@@ -145,16 +129,11 @@ TEST(GpsdTest, ThePositionThatTheDaemonsSimulatorPlaysIsUnderstood)
   ASSERT_EQ(name.find("/dev/"), 0U) << simulator.read_until(2);
   const int gpsPort = free_port();
   RecorderProcess process(free_port(), {"--gps", name.substr(0, name.size() - 1)}, gpsPort);
-  process.read_until(1, " on port ");
   Peer client;
   ASSERT_TRUE(client.Connect(gpsPort));
   std::string lines;
-  while (std::count(lines.begin(), lines.end(), '\n') < 40)
-  {
-    const std::string byte = client.Receive(1);
-    ASSERT_NE(byte, "") << lines;
-    lines += byte;
-  }
+  for (int i = 0; i < 40; ++i)
+    lines += client.ReceiveLine();
   for (int second = 0; second < 30; ++second)
   {
     const std::string place =

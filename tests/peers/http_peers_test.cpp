@@ -6,7 +6,6 @@
 #include "support/measure.h"
 #include "support/scratch_folder.h"
 #include "support/server_process.h"
-#include "support/tcp_peer.h"
 
 #include <memory>
 #include <random>
@@ -15,10 +14,8 @@
 namespace
 {
 
-using SetUpServer = HttpServerSetup (*)(const std::string& scratch, int port);
-
 /// A scratch folder with 3 MB of random bytes to serve, and the server that does it.
-class HttpPeers : public testing::TestWithParam<SetUpServer>
+class HttpPeers : public testing::TestWithParam<SetUpPeer>
 {
 protected:
   void SetUp() override
@@ -37,10 +34,6 @@ protected:
     m_server = std::make_unique<ServerProcess>(m_setup.arguments);
     return m_server->Listens(m_port);
   }
-  void Stop()
-  {
-    m_server.reset();
-  }
 
   /// Downloads to a file that holds the first bytes already. @return what the file holds then
   std::string Download(const std::string& path, size_t before, int expected)
@@ -51,16 +44,11 @@ protected:
     const int result = http_download(&url[0], &m_target[0]);
     m_said = GetCapturedStdout();
     EXPECT_EQ(result, expected) << m_said.substr(0, 1000);
-    std::ifstream got(m_target, std::ios::binary);
-    return {std::istreambuf_iterator<char>(got), {}};
+    return contents(m_target);
   }
   void Put(size_t before) const
   {
     std::ofstream(m_target, std::ios::binary) << file.substr(0, before);
-  }
-  size_t Stored() const
-  {
-    return static_cast<size_t>(std::filesystem::file_size(m_target));
   }
   bool Said(const char* text) const
   {
@@ -69,13 +57,11 @@ protected:
 
   std::mt19937 random{6};
   std::string file = std::string(3000001, '\0');
-
-private:
   std::string m_said;
   ScratchFolder m_scratch;
   std::string m_target = m_scratch.path + "/got";
   int m_port = free_port();
-  HttpServerSetup m_setup;
+  PeerSetup m_setup;
   std::unique_ptr<ServerProcess> m_server;
 };
 
@@ -94,8 +80,8 @@ TEST_P(HttpPeers, ServesPlainRangedRedirectedChunkedAndCutBodies)
   std::thread ender(
       [this]
       {
-        EXPECT_TRUE(eventually([this] { return Stored() > 200000; }));
-        Stop();
+        EXPECT_TRUE(eventually([this] { return std::filesystem::file_size(m_target) > 200000; }));
+        m_server.reset();
       });
   const std::string part = Download("/slow/file", 0, -1);
   ender.join();
@@ -105,7 +91,7 @@ TEST_P(HttpPeers, ServesPlainRangedRedirectedChunkedAndCutBodies)
   EXPECT_TRUE(Download("/file", part.size(), 0) == file);
 }
 
-std::string server_name(const testing::TestParamInfo<SetUpServer>& server)
+std::string server_name(const testing::TestParamInfo<SetUpPeer>& server)
 {
   return server.param == set_up_nginx ? "Nginx" : "Lighttpd";
 }

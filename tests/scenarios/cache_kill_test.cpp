@@ -105,9 +105,7 @@ std::string payload(int id, size_t longest)
 {
   std::string data(static_cast<size_t>(id) * 37 % (longest + 1), '\0');
   for (size_t i = 0; i < data.size(); ++i)
-  {
     data[i] = static_cast<char>(static_cast<size_t>(id) * 31 + i * 7);
-  }
   return data;
 }
 
@@ -200,21 +198,15 @@ void CacheKill::survive()
     }
     bool allowed = false;
     for (uint32_t back = 0; back <= Cache::late; ++back)
-    {
       allowed = allowed || notes.after[(notes.under + 4 - back) % 4].get() == ids;
-    }
     ASSERT_TRUE(allowed) << "run " << run << ": " << testing::PrintToString(ids);
     records += ids.size();
 
     ids.resize(Cache::readingConsumes ? 0 : ids.size());
     for (List& list : notes.after)
-    {
       list.set(ids);
-    }
     if (std::filesystem::file_size(path) > 1000000)
-    {
       std::filesystem::remove(path);
-    }
   }
   EXPECT_GT(records, 0u);
 }

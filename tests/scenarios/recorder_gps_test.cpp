@@ -2,17 +2,16 @@
 
 #ifdef DEVCOMM_RECORDER
 
-#include "support/process.h"
+#include "support/measure.h"
+#include "support/recorder_tools.h"
 #include "support/tcp_peer.h"
 
-#include <devcomm/nmea.h>
 #include <devcomm/socket.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,12 +21,12 @@ namespace
 {
 
 // A peer that takes the recorder's sentences apart.
-class Navigator
+class Navigator : public Peer
 {
 public:
   explicit Navigator(int port)
   {
-    EXPECT_TRUE(peer_.Connect(port));
+    EXPECT_TRUE(Connect(port));
   }
 
   // The next sentence with that status, or the first one with another when the recorder sends no more.
@@ -36,14 +35,9 @@ public:
     _nmeaGPRMC rmc = {};
     do
     {
-      std::string line;
-      while (line.empty() || line.back() != '\n')
-      {
-        const std::string byte = peer_.Receive(1);
-        if (byte.empty())
-          return {};
-        line += byte;
-      }
+      std::string line = ReceiveLine();
+      if (line.empty())
+        return {};
       EXPECT_EQ(nmea_calc_crc(line.data() + 1, static_cast<int>(line.size()) - 6),
                 strtol(line.c_str() + line.size() - 4, nullptr, 16))
           << line;
@@ -51,18 +45,9 @@ public:
     } while (rmc.status != status);
     return rmc;
   }
-
-private:
-  Peer peer_;
 };
 
 constexpr char kNoise[] = "\0$GPRMC,*\n$*\n*\n\n"; // with a zero at either end
-
-std::string sentence(const std::string& body)
-{
-  char text[128];
-  return {text, static_cast<size_t>(nmea_printf(text, sizeof text, "$%s", body.c_str()))};
-}
 
 // A receiver on a serial line, which the recorder finds under a name of its own; it says where it is, over and over,
 // among noise and damaged sentences.
@@ -109,22 +94,12 @@ private:
   std::thread thread_;
 };
 
-double cpu_seconds(pid_t pid)
-{
-  clockid_t clock = 0;
-  timespec used = {};
-  EXPECT_EQ(clock_getcpuclockid(pid, &clock), 0);
-  EXPECT_EQ(clock_gettime(clock, &used), 0);
-  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
-}
-
 } // namespace
 
 TEST(RecorderGpsTest, TheSimulatedDriveCrossesBothFencesAndATunnel)
 {
   const int port = free_port();
   RecorderProcess process(free_port(), {"--gps-rate=10"}, port);
-  process.read_until(1, " on port ");
   Navigator navigator(port);
   const _nmeaGPRMC in_town = navigator.next('A');
   EXPECT_NEAR(in_town.lat, 3603.6, 0.1);
@@ -156,7 +131,6 @@ TEST(RecorderGpsTest, AReceiverThatIsPulledOutCostsNothingAndIsFoundAgain)
   const int port = free_port();
   auto receiver = std::make_unique<FakeReceiver>(name, "4807.03800,S,01131.00000,W");
   RecorderProcess process(free_port(), {"--gps", name}, port);
-  process.read_until(1, " on port ");
   Navigator navigator(port);
   _nmeaGPRMC rmc = navigator.next('A');
   EXPECT_EQ(std::make_tuple(rmc.lat, rmc.ns, rmc.lon, rmc.ew), std::make_tuple(4807.038, 'S', 1131.0, 'W'));

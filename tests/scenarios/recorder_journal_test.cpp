@@ -3,10 +3,9 @@
 #ifdef DEVCOMM_RECORDER
 
 #include "support/fault_runs.h"
-#include "support/process.h"
+#include "support/recorder_tools.h"
 
 #include <devcomm/cache_file.h>
-#include <devcomm/nmea.h>
 #include <devcomm/sqlite_access.h>
 
 #include <gtest/gtest.h>
@@ -32,9 +31,7 @@ std::string restless_log(int run)
     char body[128];
     snprintf(body, sizeof body, "GPRMC,10%02d%02d.%02d0,A,360%.4f,N,12022.80000,E,1.0,0.0,210326,,,A",
              i / 3000 % 60, i / 50 % 60, i % 50 * 2, minutes);
-    char line[256];
-    const int length = nmea_printf(line, sizeof line, "$%s", body);
-    log.append(line, static_cast<size_t>(length));
+    log += sentence(body);
   }
   return log;
 }

@@ -10,69 +10,39 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <initializer_list>
 #include <list>
 #include <string>
 #include <vector>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace
 {
 
-sockaddr_in loopback(int port)
-{
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
 // A connected viewer that cuts what it receives into frames.
-class Viewer
+class Viewer : public Peer
 {
 public:
-  explicit Viewer(int port, int receiveBytes = 0) : sock_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+  explicit Viewer(int port, int receiveBytes = 0)
   {
-    if (receiveBytes > 0)
-      setsockopt(sock_, SOL_SOCKET, SO_RCVBUF, &receiveBytes, sizeof receiveBytes);
-    const sockaddr_in address = loopback(port);
-    EXPECT_EQ(connect(sock_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  }
-
-  ~Viewer()
-  {
-    close(sock_);
-  }
-
-  void ask(const std::string& line) const
-  {
-    EXPECT_EQ(send(sock_, line.data(), line.size(), MSG_NOSIGNAL), static_cast<ssize_t>(line.size()));
+    EXPECT_TRUE(Connect(port, receiveBytes));
   }
 
   // Receives until count frames are complete, or to the end of the stream.
   void receive(size_t count)
   {
-    AccessUnit unit = {};
-    while (frames.size() < count)
+    for (AccessUnit unit = {}; frames.size() < count && !ended;)
     {
-      if (splitter_.next(unit))
-        frames.emplace_back(unit.data, unit.data + unit.size);
-      else if (!receive_piece())
+      bool isWhole = splitter_.next(unit);
+      if (!isWhole)
       {
-        ended = true;
-        if (splitter_.finish(unit))
-          frames.emplace_back(unit.data, unit.data + unit.size);
-        return;
+        const std::string piece = ReceiveSome(16384, kPatienceMs);
+        splitter_.push(reinterpret_cast<const uint8_t*>(piece.data()), piece.size());
+        ended = piece.empty();
+        EXPECT_TRUE(!ended || AtEnd());
+        isWhole = ended && splitter_.finish(unit);
       }
+      if (isWhole)
+        frames.emplace_back(unit.data, unit.data + unit.size);
     }
   }
 
@@ -80,18 +50,6 @@ public:
   bool ended = false;
 
 private:
-  bool receive_piece()
-  {
-    uint8_t piece[16384];
-    pollfd waiting = {sock_, POLLIN, 0};
-    EXPECT_EQ(poll(&waiting, 1, kPatienceMs), 1);
-    const ssize_t got = recv(sock_, piece, sizeof piece, MSG_DONTWAIT);
-    if (got > 0)
-      splitter_.push(piece, static_cast<size_t>(got));
-    return got > 0;
-  }
-
-  int sock_;
   AnnexBSplitter splitter_{1 << 20};
 };
 
@@ -115,55 +73,13 @@ int number_of(const std::string& frame)
   return frame == test_frame(number) ? number : -1;
 }
 
-bool write_all(int fd, const std::string& bytes)
+bool feed(const Process& process, int number)
 {
-  size_t done = 0;
-  while (done < bytes.size())
-  {
-    const ssize_t put = write(fd, bytes.data() + done, bytes.size() - done);
-    if (put <= 0)
-      return false;
-    done += static_cast<size_t>(put);
-  }
-  return true;
+  const std::string frame = test_frame(number);
+  return write(process.in(), frame.data(), frame.size()) == static_cast<ssize_t>(frame.size());
 }
 
 } // namespace
-
-TEST(RecorderTest, WhatItCannotDoIsSaidInOneLine)
-{
-  struct Case
-  {
-    std::vector<std::string> arguments;
-    int status;
-  };
-  const std::string port = std::to_string(free_port());
-  const std::string gpsPort = std::to_string(free_port());
-  const std::vector<Case> cases = {{{"--port", "0"}, 2},
-                                   {{"--port=65536"}, 2},
-                                   {{"--port", "80x"}, 2},
-                                   {{"--port"}, 2},
-                                   {{"--seconds", "-1"}, 2},
-                                   {{"--input="}, 2},
-                                   {{"--what"}, 2},
-                                   {{"--gps="}, 2},
-                                   {{"--gps-rate", "11"}, 2},
-                                   {{"--port", port, "--gps", "/nonexistent/gps"}, 1},
-                                   {{"--port", port, "--input", "/nonexistent/clip"}, 1},
-                                   {{"--port", port, "--input", "/"}, 1},
-                                   {{"--port", port, "--gps-port", gpsPort, "--input", "/dev/null"}, 1}};
-  for (const Case& one : cases)
-  {
-    Process process(command(DEVCOMM_RECORDER, one.arguments));
-    const std::string errors = process.read_until(2);
-    EXPECT_EQ(process.wait(), one.status) << one.arguments.back();
-    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
-    EXPECT_EQ(errors.find("recorder: "), 0U) << errors;
-  }
-  Process help(command(DEVCOMM_RECORDER, {"--help"}));
-  EXPECT_NE(help.read_until(1).find("--seconds N"), std::string::npos);
-  EXPECT_EQ(help.wait(), 0);
-}
 
 TEST(RecorderTest, TheClipIsServedFromAKeyFrameUntilAStop)
 {
@@ -171,7 +87,6 @@ TEST(RecorderTest, TheClipIsServedFromAKeyFrameUntilAStop)
   {
     const int port = free_port();
     RecorderProcess process(port, {"--seconds", stop == 0 ? "2" : "1000"});
-    process.read_until(1, " on port ");
     Viewer first(port);
     Viewer second(port);
     for (Viewer* viewer : {&first, &second})
@@ -201,13 +116,12 @@ TEST(RecorderTest, AViewerThatStopsReadingLosesFramesAloneAndGoesOnAtAKeyFrame)
   constexpr int kAtOnce = 5;
   const int port = free_port();
   RecorderProcess process(port, {"--input", "-"});
-  process.read_until(1, " on port ");
   Viewer quick(port);
   Viewer stopped(port, 4096);
 
   for (int number = 0; number < kFrames; ++number)
   {
-    ASSERT_TRUE(write_all(process.in(), test_frame(number)));
+    ASSERT_TRUE(feed(process, number));
     // The newest frame is complete for the recorder, and then for the viewer, when the next one begins.
     if (number % kAtOnce == 0 && number >= 2)
       quick.receive(static_cast<size_t>(number - 1));
@@ -260,48 +174,43 @@ TEST(RecorderTest, AViewerThatAsksGetsThePastFirstAndThenGoesOnLive)
   constexpr int kFrames = 130;
   const int port = free_port();
   RecorderProcess process(port, {"--input", "-"});
-  process.read_until(1, " on port ");
   Viewer witness(port);
-  const auto feed = [&](int from, int to)
+  const auto feed_all = [&](int from, int to)
   {
     for (int number = from; number < to; ++number)
-      ASSERT_TRUE(write_all(process.in(), test_frame(number)));
+      ASSERT_TRUE(feed(process, number));
     witness.receive(static_cast<size_t>(to) - 2);
   };
   for (int number = 0; number < kPast; number += 10)
-    feed(number, number + 10);
+    feed_all(number, number + 10);
 
-  struct Case
-  {
-    const char* line;
-    int first;
-  };
-  for (const Case& one :
-       {Case{"LAST 1\n", 100}, Case{"LAST 3\r\n", 50}, Case{"LAST 99\n", 0}, Case{"LAST -1\n", 100}})
+  const std::pair<const char*, int> firsts[] = {
+      {"LAST 1\n", 100}, {"LAST 3\r\n", 50}, {"LAST 99\n", 0}, {"LAST -1\n", 100}};
+  for (const auto& [line, first] : firsts)
   {
     Viewer viewer(port);
-    viewer.ask(one.line);
+    viewer.Send(line);
     viewer.receive(2);
     ASSERT_EQ(viewer.frames.size(), 2U);
-    EXPECT_EQ(number_of(viewer.frames[0]), one.first) << one.line;
+    EXPECT_EQ(number_of(viewer.frames[0]), first) << line;
   }
   Viewer viewer(port);
-  viewer.ask("LAS");
-  viewer.ask("T 2\n");
+  viewer.Send("LAS");
+  viewer.Send("T 2\n");
   viewer.receive(30);
-  feed(kPast, kFrames);
+  feed_all(kPast, kFrames);
 
   // The past is held for a few viewers only: those who leave it there do not fill the memory.
   std::list<Viewer> lazy;
   for (int i = 0; i < 4; ++i)
   {
     lazy.emplace_back(port, 4096);
-    lazy.back().ask("LAST 15\n");
+    lazy.back().Send("LAST 15\n");
     lazy.back().receive(1);
     EXPECT_EQ(number_of(lazy.back().frames.at(0)), 0);
   }
   Viewer fifth(port);
-  fifth.ask("LAST 15\n");
+  fifth.Send("LAST 15\n");
   fifth.receive(1);
   EXPECT_EQ(number_of(fifth.frames.at(0)), 125);
   lazy.clear();
@@ -320,7 +229,6 @@ TEST(RecorderTest, AnotherProgramDecodesTheStreamWithoutAnError)
     GTEST_SKIP() << "ffmpeg is not installed";
   const int port = free_port();
   RecorderProcess process(port, {"--seconds", "60"});
-  process.read_until(1, " on port ");
   const std::string url = "tcp://127.0.0.1:" + std::to_string(port);
   Process decoder(
       {"ffmpeg", "-nostdin", "-v", "error", "-f", "h264", "-i", url, "-t", "2", "-f", "null", "-"});

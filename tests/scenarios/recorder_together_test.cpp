@@ -13,7 +13,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <sys/file.h>
@@ -71,7 +73,6 @@ TEST(RecorderTogetherTest, TheStreamIsTappedWhileTheRecorderIsAskedMarkedHeardAn
   const int listener = udp_unicast_init(0, &announced);
   RecorderProcess process(
       port, {"--ring", std::to_string(ring.key), "--announce", std::to_string(ntohs(announced.sin_port))});
-  process.read_until(1, " on port ");
   Tap first(ring, 1);
   Tap second(ring, 2);
   ASSERT_TRUE(eventually([&] { return contents(second.path).size() > 20000; }));
@@ -132,25 +133,41 @@ TEST(RecorderTogetherTest, AThreadThatStallsIsNamedAndDelaysNoOther)
   EXPECT_EQ(process.wait(), 0);
 }
 
-TEST(RecorderTogetherTest, WhatTheToolsCannotDoIsSaidInOneLine)
+TEST(RecorderTogetherTest, WhatTheProgramsCannotDoIsSaidInOneLine)
 {
-  const std::string nobody = "--port=" + std::to_string(free_port());
-  struct Case
+  const std::string port = "--port=" + std::to_string(free_port());
+  const std::string gpsPort = std::to_string(free_port());
+  const std::tuple<const char*, std::vector<std::string>, int> cases[] = {
+      {DEVCOMM_RECORDER, {"--port", "0"}, 2},
+      {DEVCOMM_RECORDER, {"--port=65536"}, 2},
+      {DEVCOMM_RECORDER, {"--port", "80x"}, 2},
+      {DEVCOMM_RECORDER, {"--port"}, 2},
+      {DEVCOMM_RECORDER, {"--seconds", "-1"}, 2},
+      {DEVCOMM_RECORDER, {"--input="}, 2},
+      {DEVCOMM_RECORDER, {"--what"}, 2},
+      {DEVCOMM_RECORDER, {"--gps="}, 2},
+      {DEVCOMM_RECORDER, {"--gps-rate", "11"}, 2},
+      {DEVCOMM_RECORDER, {port, "--gps", "/nonexistent/gps"}, 1},
+      {DEVCOMM_RECORDER, {port, "--input", "/nonexistent/clip"}, 1},
+      {DEVCOMM_RECORDER, {port, "--input", "/"}, 1},
+      {DEVCOMM_RECORDER, {port, "--gps-port", gpsPort, "--input", "/dev/null"}, 1},
+      {DEVCOMM_RECORDERCTL, {port, "status"}, 1}, // nobody is there
+      {DEVCOMM_RECORDERCTL, {port, "mark"}, 2},
+      {DEVCOMM_RECORDERCTL, {port, "stop", "now"}, 2},
+      {DEVCOMM_RECORDERCTL, {"--port=0"}, 2},
+      {DEVCOMM_RECORDER_TAP, {"--ring=1"}, 2},
+      {DEVCOMM_RECORDER_TAP, {"file"}, 2},
+      {DEVCOMM_RECORDER_TAP, {"--ring=1", "--reader=11", "file"}, 2}};
+  for (const auto& [program, arguments, status] : cases)
   {
-    const char* program;
-    std::vector<std::string> arguments;
-    int status;
-  };
-  for (const Case& one :
-       {Case{DEVCOMM_RECORDERCTL, {nobody, "status"}, 1}, Case{DEVCOMM_RECORDERCTL, {nobody, "mark"}, 2},
-        Case{DEVCOMM_RECORDERCTL, {nobody, "stop", "now"}, 2}, Case{DEVCOMM_RECORDERCTL, {"--port=0"}, 2},
-        Case{DEVCOMM_RECORDER_TAP, {"--ring=1"}, 2}, Case{DEVCOMM_RECORDER_TAP, {"file"}, 2},
-        Case{DEVCOMM_RECORDER_TAP, {"--ring=1", "--reader=11", "file"}, 2}})
-  {
-    const Answer answer = run(command(one.program, one.arguments));
-    EXPECT_EQ(answer.status, one.status) << answer.errors;
+    const Answer answer = run(command(program, arguments));
+    EXPECT_EQ(answer.status, status) << arguments.back();
     EXPECT_EQ(std::count(answer.errors.begin(), answer.errors.end(), '\n'), 1) << answer.errors;
+    EXPECT_EQ(answer.errors.find(strrchr(program, '/') + 1 + std::string(": ")), 0U) << answer.errors;
   }
+  const Answer help = run(command(DEVCOMM_RECORDER, {"--help"}));
+  EXPECT_NE(help.output.find("--seconds N"), std::string::npos);
+  EXPECT_EQ(help.status, 0);
 }
 
 #endif

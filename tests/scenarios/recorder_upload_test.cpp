@@ -6,6 +6,7 @@
 #include "support/ftp_servers.h"
 #include "support/process.h"
 #include "support/recorder_tools.h"
+#include "support/scratch_folder.h"
 #include "support/scripted_server.h"
 #include "support/server_process.h"
 
@@ -15,9 +16,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <memory>
-#include <mutex>
 #include <random>
 #include <string>
 #include <vector>
@@ -25,25 +23,14 @@
 namespace
 {
 
-struct Scratch
+struct Scratch : ScratchFolder
 {
   Scratch()
   {
-    char name[] = "/tmp/devcomm_upload_XXXXXX";
-    EXPECT_NE(mkdtemp(name), nullptr);
-    path = name;
-    chmod(name, 0755);
-    std::filesystem::create_directories(outbox());
+    chmod(path.c_str(), 0755);
+    std::filesystem::create_directories(outbox);
   }
-  ~Scratch()
-  {
-    std::filesystem::remove_all(path);
-  }
-  std::string outbox() const
-  {
-    return path + "/data/outbox/";
-  }
-  std::string path;
+  const std::string outbox = path + "/data/outbox/";
 };
 
 // Names of the files in a folder that hold text in their name.
@@ -60,121 +47,60 @@ std::string random_bytes(size_t count)
 {
   std::mt19937 random(6);
   std::string bytes(count, '\0');
-  for (char& byte : bytes)
-    byte = static_cast<char>(random());
+  std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
   return bytes;
 }
 
 // An FTP server with one file, that breaks off its first session halfway and the second before it acknowledges, and
 // in the third one adds a byte to what it has acknowledged.
-class UnreliableServer
+struct UnreliableServer
 {
-public:
-  explicit UnreliableServer(std::string path, size_t size) : path_(std::move(path)), size_(size) {}
-
-  ~UnreliableServer()
+  // A session.
+  void operator()(ScriptedPeer& peer)
   {
-    close(data_);
-  }
-
-  int port() const
-  {
-    return server_.port;
-  }
-
-  std::string received() const
-  {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return received_;
-  }
-
-  std::string transfers() const
-  {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return transfers_;
-  }
-
-private:
-  void play(ScriptedPeer& peer)
-  {
-    ++session_;
+    ++session;
     peer.Send("220 hello\r\n");
-    for (std::string line = peer.Line(); !line.empty(); line = peer.Line())
+    bool goesOn = true;
+    for (std::string line = peer.Line(); goesOn && !line.empty(); line = goesOn ? peer.Line() : "")
     {
       const std::string verb = line.substr(0, line.find(' '));
-      if (verb == "LIST")
-        list(peer);
-      else if (verb == "STOR" || verb == "APPE")
-      {
-        if (!take(peer, verb))
-          return;
-      }
+      if (verb == "LIST" || verb == "STOR" || verb == "APPE")
+        goesOn = transfer(peer, verb);
       else
         peer.Send(verb == "USER"   ? "331 password\r\n"
                   : verb == "PASS" ? "230 welcome\r\n"
                   : verb == "CWD"  ? "250 there\r\n"
-                  : verb == "PASV" ? passive_
+                  : verb == "PASV" ? passive
                                    : "200 yes\r\n");
     }
   }
 
-  void list(ScriptedPeer& peer)
-  {
-    peer.Send("150 list\r\n");
-    {
-      Peer data(accept(data_, nullptr, nullptr));
-      const std::string size = std::to_string(received().size());
-      if (session_ > 1)
-        data.Send("-rw-r--r-- 1 recorder recorder " + size + " Jan 1 00:00 held.bin\r\n");
-    }
-    peer.Send("226 done\r\n");
-  }
-
-  bool take(ScriptedPeer& peer, const std::string& verb)
+  bool transfer(ScriptedPeer& peer, const std::string& verb)
   {
     peer.Send("150 go\r\n");
+    Peer connection(accept(data.sock, nullptr, nullptr));
+    if (verb == "LIST" && session > 1)
+      connection.Send("-rw-r--r-- 1 recorder recorder " + std::to_string(received.size()) +
+                      " Jan 1 00:00 held.bin\r\n");
+    if (verb != "LIST")
     {
-      Peer data(accept(data_, nullptr, nullptr));
-      const std::string bytes = data.Receive(session_ == 1 ? size_ / 2 : size_ + 1);
-      const std::lock_guard<std::mutex> guard(mutex_);
-      received_ = (verb == "STOR" ? "" : received_) + bytes;
-      transfers_ += verb + " " + std::to_string(bytes.size()) + "\n";
+      const std::string bytes = connection.Receive(session == 1 ? size / 2 : size + 1);
+      received = (verb == "STOR" ? "" : received) + bytes + (session == 3 ? "!" : "");
+      transfers += verb + " " + std::to_string(bytes.size()) + "\n";
+      EXPECT_EQ(access(path.c_str(), F_OK), 0) << "session " << session; // nobody has acknowledged anything
     }
-    EXPECT_EQ(access(path_.c_str(), F_OK), 0) << "session " << session_; // nobody has acknowledged anything
-    if (session_ == 3)
-    {
-      const std::lock_guard<std::mutex> guard(mutex_);
-      received_ += '!';
-    }
-    return session_ > 2 && peer.Send("226 whole\r\n");
+    connection.Close();
+    return (verb == "LIST" || session > 2) && peer.Send("226 whole\r\n");
   }
 
-  // @return how to reach the data port that it opens
-  std::string listen_for_data() const
-  {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(bind(data_, reinterpret_cast<sockaddr*>(&address), length), 0);
-    EXPECT_EQ(listen(data_, 4), 0);
-    getsockname(data_, reinterpret_cast<sockaddr*>(&address), &length);
-    const int port = ntohs(address.sin_port);
-    return "227 =(127,0,0,1," + std::to_string(port / 256) + "," + std::to_string(port % 256) + ")\r\n";
-  }
-
-  std::string path_;
-  size_t size_;
-  int data_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  std::string passive_ = listen_for_data();
-  int session_ = 0;
-  mutable std::mutex mutex_;
-  std::string received_;
-  std::string transfers_;
-  ScriptedServer server_{[this](ScriptedPeer& peer)
-                         {
-                           play(peer);
-                         }};
+  const std::string path;
+  const size_t size;
+  LoopbackListener data{};
+  const std::string passive =
+      "227 =(127,0,0,1," + std::to_string(data.port / 256) + "," + std::to_string(data.port % 256) + ")\r\n";
+  int session = 0;
+  std::string received{};
+  std::string transfers{};
 };
 
 // Waits out the uploader's longest pause between two tries.
@@ -202,14 +128,17 @@ TEST(RecorderUploadTest, AFileStaysUntilAServerThatBreaksOffHasAcknowledgedAllOf
 {
   const Scratch scratch;
   const std::string file = random_bytes(200000);
-  std::ofstream(scratch.outbox() + "held.bin", std::ios::binary) << file;
-  std::ofstream(scratch.outbox() + "half.part") << "left behind by a crash";
-  UnreliableServer server(scratch.outbox() + "held.bin", file.size());
-  RecorderProcess process(free_port(), {"--data", scratch.path + "/data", "--gps=/dev/null",
-                                        upload_to("recorder", "secret", server.port())});
-  EXPECT_TRUE(patiently([&] { return files(scratch.outbox(), "").empty(); }));
-  EXPECT_EQ(server.transfers(), "STOR 100000\nAPPE 100000\nAPPE 0\nSTOR 200000\n");
-  EXPECT_TRUE(server.received() == file);
+  std::ofstream(scratch.outbox + "held.bin", std::ios::binary) << file;
+  std::ofstream(scratch.outbox + "half.part") << "left behind by a crash";
+  UnreliableServer ftp{scratch.outbox + "held.bin", file.size()};
+  {
+    const ScriptedServer server(std::ref(ftp));
+    const RecorderProcess process(free_port(), {"--data", scratch.path + "/data", "--gps=/dev/null",
+                                                upload_to("recorder", "secret", server.port)});
+    EXPECT_TRUE(patiently([&] { return files(scratch.outbox, "").empty(); }));
+  }
+  EXPECT_EQ(ftp.transfers, "STOR 100000\nAPPE 100000\nAPPE 0\nSTOR 200000\n");
+  EXPECT_TRUE(ftp.received == file);
 }
 
 TEST(RecorderUploadTest, ClipsAndEventsWaitForARealServerThatIsStoppedAndStarted)
@@ -219,14 +148,14 @@ TEST(RecorderUploadTest, ClipsAndEventsWaitForARealServerThatIsStoppedAndStarted
   std::filesystem::create_directories(served);
   chmod(served.c_str(), 0777);
   const int ftpPort = free_port();
-  const FtpServerSetup setup = set_up_vsftpd(scratch.path, ftpPort);
+  const PeerSetup setup = set_up_vsftpd(scratch.path, ftpPort);
   if (!setup.missing.empty())
     GTEST_SKIP() << setup.missing;
   const int port = free_port();
   RecorderProcess process(port, {"--data", scratch.path + "/data",
-                                 upload_to(setup.username, setup.password, ftpPort), "--gps-rate=10"});
+                                 upload_to(setup.user, setup.password, ftpPort), "--gps-rate=10"});
   process.read_until(1, "enter: depot");
-  EXPECT_TRUE(patiently([&] { return files(scratch.outbox(), "-clip.h264").size() == 1; }));
+  EXPECT_TRUE(patiently([&] { return files(scratch.outbox, "-clip.h264").size() == 1; }));
 
   EXPECT_EQ(recorderctl(port, {"clip", "16"}).status, 1);
   EXPECT_TRUE(patiently([&] { return key_frames(port) >= 3; }));
@@ -237,7 +166,7 @@ TEST(RecorderUploadTest, ClipsAndEventsWaitForARealServerThatIsStoppedAndStarted
     std::string name = recorderctl(port, {"clip", "2"}).output;
     ASSERT_NE(name.find("-clip.h264\n"), std::string::npos) << name;
     name.pop_back();
-    const std::string clip = contents(scratch.outbox() + name);
+    const std::string clip = contents(scratch.outbox + name);
     AnnexBSplitter splitter(clip.size());
     splitter.push(reinterpret_cast<const uint8_t*>(clip.data()), clip.size());
     AccessUnit unit = {};
@@ -248,7 +177,7 @@ TEST(RecorderUploadTest, ClipsAndEventsWaitForARealServerThatIsStoppedAndStarted
     EXPECT_NE(process.read_until(1, " waiting\n").find(", outbox "), std::string::npos);
 
     const ServerProcess server(setup.arguments);
-    ASSERT_TRUE(patiently([&] { return access((scratch.outbox() + name).c_str(), F_OK) != 0; }));
+    ASSERT_TRUE(patiently([&] { return access((scratch.outbox + name).c_str(), F_OK) != 0; }));
     EXPECT_TRUE(contents(served + name) == clip);
     EXPECT_TRUE(patiently(
         [&]

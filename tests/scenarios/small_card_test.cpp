@@ -2,11 +2,9 @@
 
 #include "comm_storage/card.h"
 #include "comm_time/child.h"
+#include "support/net_namespace.h"
 
 #include <devcomm/cache_file.h>
-
-#include <sched.h>
-#include <sys/mount.h>
 
 namespace
 {
@@ -18,18 +16,14 @@ void fill_ring(const char* card)
   EXPECT_EQ(ring.openCacheFile(card), 0);
   int saved = -1;
   for (; ring.CheckCacheFileExist() == 1; ++saved)
-  {
     ring.saveCacheData(saved + 1, 6, "record", true);
-  }
   EXPECT_GT(saved, 8);
   EXPECT_GT(ring.openCacheFile(card), 0);
   int tag = 0;
   int len = 0;
   char data[1024];
   for (int i = 0; i < saved; ++i)
-  {
     EXPECT_TRUE(ring.readCacheData(tag, len, data, true) == 1 && tag == i) << i;
-  }
   EXPECT_EQ(ring.readCacheData(tag, len, data, true), 0);
   ring.setCacheFile("another", 0, 0);
   EXPECT_TRUE(ring.openCacheFile(card) == -1 && ring.CheckCacheFileExist() == 0);
@@ -41,18 +35,14 @@ void fill_file(std::string path)
   file.SetFileName(path.data());
   int saved = 0;
   while (file.saveCacheData(saved, 6, "record") == 0)
-  {
     ++saved;
-  }
   EXPECT_GT(saved, 20);
   EXPECT_EQ(file.checkCacheData(), -1);
   int tag = 0;
   int len = 0;
   char data[512];
   for (int i = 0; i < saved - 1; ++i) // the last one stood in the stream's buffer
-  {
     EXPECT_TRUE(file.readCacheData(tag, len, data) == 0 && tag == i) << i;
-  }
   EXPECT_EQ(file.readCacheData(tag, len, data), -1);
 }
 
@@ -79,11 +69,8 @@ TEST_F(SmallCard, KeepsWhatFitsAndRefusesTheRest)
         {
           return mount("card", card.c_str(), "tmpfs", flags, "size=64k") == 0;
         };
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            !mount_card(0))
-        {
+        if (!enter_namespaces() || !mount_card(0))
           return 255;
-        }
         fill_ring(card.c_str());
         unlink((card + "/ring").c_str());
         unlink((card + "/another").c_str());
@@ -93,8 +80,6 @@ TEST_F(SmallCard, KeepsWhatFitsAndRefusesTheRest)
         return HasFailure() ? 1 : 0;
       });
   if (output == "255")
-  {
     GTEST_SKIP() << "no right to make a mount namespace with a small file system";
-  }
   EXPECT_EQ(output.substr(output.rfind('\n') + 1), "0") << output;
 }

@@ -1,9 +1,9 @@
 #include <devcomm/tcp_service.h>
 
+#include "support/measure.h"
 #include "support/signal_storm.h"
 #include "support/tcp_peer.h"
 
-#include <fcntl.h>
 #include <sys/resource.h>
 
 #include <atomic>
@@ -14,46 +14,22 @@
 namespace
 {
 
-double cpu_seconds()
-{
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-         1e-6 * static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
-}
-
 /// Another limit of descriptors for a while.
-class DescriptorLimit
+struct DescriptorLimit
 {
-public:
   explicit DescriptorLimit(rlim_t limit)
   {
-    getrlimit(RLIMIT_NOFILE, &m_before);
-    const rlimit changed{limit, m_before.rlim_max};
-    m_isSet = setrlimit(RLIMIT_NOFILE, &changed) == 0;
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit changed{limit, before.rlim_max};
+    isSet = setrlimit(RLIMIT_NOFILE, &changed) == 0;
   }
   ~DescriptorLimit()
   {
-    setrlimit(RLIMIT_NOFILE, &m_before);
+    setrlimit(RLIMIT_NOFILE, &before);
   }
-  DescriptorLimit(const DescriptorLimit&) = delete;
-  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
-  bool IsSet() const
-  {
-    return m_isSet;
-  }
-
-private:
-  rlimit m_before{};
-  bool m_isSet;
+  rlimit before{};
+  bool isSet;
 };
-
-int lowest_free_descriptor()
-{
-  const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  close(fd);
-  return fd;
-}
 
 } // namespace
 
@@ -92,13 +68,9 @@ TEST(TcpTeardown, AConnectionOutlivesItsFreedServer)
       [&](SERVICE_STATE_E state, const std::string& data, tcp_server_st* server, tcp_client_st*)
       {
         if (state == SERVICE_STATE_RECV)
-        {
           eventually([&] { return isFreed.load(); }); // as one that outlives the wait of ServerStopListen
-        }
         if (state == SERVICE_STATE_CLOSE)
-        {
           sawServer = server != nullptr;
-        }
         return static_cast<int>(data.size());
       });
   tcp_server_st* server = ServerInit();
@@ -161,8 +133,8 @@ TEST(TcpTeardown, WithoutDescriptorsPeersWaitAndTheProcessRests)
   Peer peer;
   const DescriptorLimit roomy(4096);
   {
-    const DescriptorLimit none(static_cast<rlim_t>(lowest_free_descriptor()));
-    ASSERT_TRUE(none.IsSet() && peer.Connect(service.port));
+    const DescriptorLimit none(static_cast<rlim_t>(lowest_free_fd()));
+    ASSERT_TRUE(none.isSet && peer.Connect(service.port));
     const double before = cpu_seconds();
     usleep(300000);
     EXPECT_LT(cpu_seconds() - before, 0.1);
@@ -175,15 +147,11 @@ TEST(TcpTeardown, WithoutDescriptorsPeersWaitAndTheProcessRests)
 TEST(TcpTeardown, ServesBeyondDescriptor1023)
 {
   const DescriptorLimit limit(2048);
-  if (!limit.IsSet())
-  {
+  if (!limit.isSet)
     GTEST_SKIP() << "needs a hard limit of 2048 descriptors";
-  }
   std::vector<std::unique_ptr<Peer>> fillers;
-  while (lowest_free_descriptor() < 1100)
-  {
+  while (lowest_free_fd() < 1100)
     fillers.push_back(std::make_unique<Peer>());
-  }
   Events events(echo);
   Listening service(events);
   EXPECT_GT(service.server->listenSock, 1023);
@@ -199,13 +167,9 @@ TEST(TcpTeardown, SignalsEveryMillisecondLoseAndEndNothing)
       [&](SERVICE_STATE_E state, const std::string& data, tcp_server_st*, tcp_client_st* client)
       {
         if (state == SERVICE_STATE_START)
-        {
           storm = std::make_unique<SignalStorm>();
-        }
         if (state == SERVICE_STATE_CLOSE)
-        {
           storm.reset();
-        }
         return echo(state, data, nullptr, client);
       });
   Standalone link(events);

@@ -8,18 +8,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <vector>
 
 // Two FTP servers of the distribution (scripts/peers unpacks them), each set up to serve the folder "pub" of a scratch
 // folder on a loopback port to one user, who may write below it, not in it.
-
-struct FtpServerSetup
-{
-  std::string missing;                // why it cannot run here; empty when it can
-  std::vector<std::string> arguments; // for a ServerProcess
-  const char* username;
-  const char* password;
-};
 
 inline std::string missing_for_ftp(const std::string& program)
 {
@@ -32,7 +23,7 @@ inline void write_text(const std::string& path, const std::string& text)
   chmod(path.c_str(), 0600);
 }
 
-inline FtpServerSetup set_up_vsftpd(const std::string& scratch, int port)
+inline PeerSetup set_up_vsftpd(const std::string& scratch, int port)
 {
   const std::string program = peer_program("/usr/sbin/vsftpd");
   mkdir((scratch + "/empty").c_str(), 0755);
@@ -48,7 +39,7 @@ inline FtpServerSetup set_up_vsftpd(const std::string& scratch, int port)
   return {missing_for_ftp(program), {program, scratch + "/vsftpd.conf"}, "anonymous", "recorder"};
 }
 
-inline FtpServerSetup set_up_pure_ftpd(const std::string& scratch, int port)
+inline PeerSetup set_up_pure_ftpd(const std::string& scratch, int port)
 {
   const std::string program = peer_program("/usr/sbin/pure-ftpd");
   const std::string users = scratch + "/users";

@@ -2,23 +2,14 @@
 
 #include "support/peer_program.h"
 
-#include <sys/stat.h>
-
 #include <fstream>
 #include <string>
-#include <vector>
 
 // Two HTTP servers of the distribution (scripts/peers unpacks them), each set up to serve the folder "www" of a
 // scratch folder on a loopback port: /NAME as a file, /slow/NAME at 1 MB/s, /chunked.cgi as the file "file" in
 // chunks, and /moved, a redirect (302) to /file.
 
-struct HttpServerSetup
-{
-  std::string missing; // why it cannot run; empty when it can
-  std::vector<std::string> arguments;
-};
-
-inline HttpServerSetup set_up_nginx(const std::string& scratch, int port)
+inline PeerSetup set_up_nginx(const std::string& scratch, int port)
 {
   const std::string program = peer_program("/usr/sbin/nginx");
   const std::string config = scratch + "/nginx.conf";
@@ -36,7 +27,7 @@ inline HttpServerSetup set_up_nginx(const std::string& scratch, int port)
   return {missing_program(program), {program, "-e", "stderr", "-p", scratch, "-c", config}};
 }
 
-inline HttpServerSetup set_up_lighttpd(const std::string& scratch, int port)
+inline PeerSetup set_up_lighttpd(const std::string& scratch, int port)
 {
   const std::string program = peer_program("/usr/sbin/lighttpd");
   const std::string config = scratch + "/lighttpd.conf";

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <ctime>
 #include <functional>
 #include <string>
 
@@ -20,6 +21,16 @@ inline double seconds_of(const std::function<void()>& work)
   const auto start = std::chrono::steady_clock::now();
   work();
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// What a process has used of the processors; this one by default.
+inline double cpu_seconds(pid_t pid = 0)
+{
+  clockid_t clock = 0;
+  timespec used = {};
+  EXPECT_EQ(clock_getcpuclockid(pid, &clock), 0);
+  EXPECT_EQ(clock_gettime(clock, &used), 0);
+  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
 }
 
 /// The number the next descriptor will get: the same before and after shows that none was left open.

@@ -19,21 +19,20 @@ inline bool run_shell(const std::string& commands)
   return system(("{ " + commands + "; } >/dev/null 2>&1").c_str()) == 0;
 }
 
-/// Enters a network and mounts of its own; without the right to, as the root of a user namespace.
-inline bool enter_network_namespace()
+/// Enters mounts, and perhaps more, of its own; without the right to, as the root of a user namespace.
+inline bool enter_namespaces(int more = 0)
 {
   const std::string uid = std::to_string(geteuid());
   const std::string gid = std::to_string(getegid());
-  if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0)
+  if (unshare(CLONE_NEWNS | more) != 0)
   {
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNET | CLONE_NEWNS) != 0)
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS | more) != 0)
       return false;
     std::ofstream("/proc/self/setgroups") << "deny";
     std::ofstream("/proc/self/uid_map") << "0 " + uid + " 1";
     std::ofstream("/proc/self/gid_map") << "0 " + gid + " 1";
   }
-  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount("none", "/sys", "sysfs", 0, nullptr) == 0;
+  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 /// Runs a scenario in a child with a network, mounts and /sys of its own, so that nothing is left behind
@@ -49,7 +48,7 @@ inline void in_network_namespace(const std::string& setup, void (*scenario)())
   {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     alarm(60);
-    if (!enter_network_namespace())
+    if (!enter_namespaces(CLONE_NEWNET) || mount("none", "/sys", "sysfs", 0, nullptr) != 0)
       _exit(kNoRight);
     run_shell("echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6");
     if (!run_shell(setup))

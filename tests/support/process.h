@@ -142,7 +142,7 @@ inline std::vector<std::string> command(const char* program, const std::vector<s
 }
 
 #ifdef DEVCOMM_RECORDER
-/// A recorder on ports of its own.
+/// A recorder on ports of its own, which it has opened.
 class RecorderProcess : public Process
 {
 public:
@@ -150,6 +150,7 @@ public:
       : Process(command(DEVCOMM_RECORDER, with_ports(std::move(arguments), port, gpsPort))),
         socket_("/tmp/recorder-" + std::to_string(port) + ".sock")
   {
+    read_until(1, " on port ");
   }
 
   ~RecorderProcess()

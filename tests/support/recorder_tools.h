@@ -1,9 +1,10 @@
 #pragma once
 
 #include "support/process.h"
+#include "support/scratch_folder.h"
 
-#include <fstream>
-#include <iterator>
+#include <devcomm/nmea.h>
+
 #include <string>
 #include <vector>
 
@@ -22,14 +23,15 @@ inline Answer run(const std::vector<std::string>& words)
   return {output, process.read_until(2), process.wait()};
 }
 
+/// A receiver's sentence with its sum and end.
+inline std::string sentence(const std::string& body)
+{
+  char text[256];
+  return {text, static_cast<size_t>(nmea_printf(text, sizeof text, "$%s", body.c_str()))};
+}
+
 inline Answer recorderctl(int port, std::vector<std::string> words)
 {
   words.insert(words.begin(), "--port=" + std::to_string(port));
   return run(command(DEVCOMM_RECORDERCTL, words));
-}
-
-inline std::string contents(const std::string& path)
-{
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }

@@ -4,12 +4,14 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 /// A new folder, which goes with all that is in it when the object ends.
 struct ScratchFolder
 {
-  ScratchFolder()
+  explicit ScratchFolder(const char* parent = "/tmp") : path(parent + std::string("/devcomm_test_XXXXXX"))
   {
     EXPECT_NE(mkdtemp(path.data()), nullptr);
   }
@@ -20,5 +22,12 @@ struct ScratchFolder
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-  std::string path = "/tmp/devcomm_test_XXXXXX";
+  std::string path;
 };
+
+/// All bytes of a file; none when there is no such file.
+inline std::string contents(const std::string& path)
+{
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}

@@ -17,6 +17,38 @@
 #include <random>
 #include <string>
 
+inline sockaddr_in loopback(int port)
+{
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  return address;
+}
+
+/// A socket that listens on a free loopback port.
+struct LoopbackListener
+{
+  LoopbackListener()
+  {
+    sockaddr_in address = loopback(0);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(listen(sock, 16), 0);
+    getsockname(sock, reinterpret_cast<sockaddr*>(&address), &length);
+    port = ntohs(address.sin_port);
+  }
+  ~LoopbackListener()
+  {
+    close(sock);
+  }
+  LoopbackListener(const LoopbackListener&) = delete;
+  LoopbackListener& operator=(const LoopbackListener&) = delete;
+
+  const int sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int port;
+};
+
 /// A port that nobody uses at the moment, and that the kernel gives to no connection meanwhile: one below those it
 /// chooses from.
 inline int free_port()
@@ -24,10 +56,10 @@ inline int free_port()
   static std::mt19937 random{std::random_device{}()};
   const int sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
-  address.sin_family = AF_INET;
   do
   {
-    address.sin_port = htons(static_cast<uint16_t>(10000 + random() % 20000));
+    address = loopback(static_cast<int>(10000 + random() % 20000));
+    address.sin_addr.s_addr = INADDR_ANY;
   } while (bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0);
   close(sock);
   return ntohs(address.sin_port);
@@ -45,13 +77,13 @@ public:
   Peer(const Peer&) = delete;
   Peer& operator=(const Peer&) = delete;
 
-  bool Connect(int port)
+  /// @param receiveBytes  how much it holds for a reader; 0 for as much as the system likes
+  bool Connect(int port, int receiveBytes = 0)
   {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    return connect(m_sock, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    if (receiveBytes > 0)
+      setsockopt(m_sock, SOL_SOCKET, SO_RCVBUF, &receiveBytes, sizeof receiveBytes);
+    const sockaddr_in address = loopback(port);
+    return connect(m_sock, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   }
 
   bool Send(const std::string& data)
@@ -63,18 +95,27 @@ public:
   std::string Receive(size_t count)
   {
     std::string data;
+    for (std::string part = "-"; data.size() < count && !part.empty(); data += part)
+      part = ReceiveSome(count - data.size());
+    return data;
+  }
+
+  /// What comes first, at most count bytes; nothing at the end, or when nothing comes for so long.
+  std::string ReceiveSome(size_t count, int timeoutMs = 5000)
+  {
     char part[65536];
     pollfd fd{m_sock, POLLIN, 0};
-    while (data.size() < count && poll(&fd, 1, 5000) > 0)
-    {
-      const ssize_t got = recv(m_sock, part, std::min(sizeof part, count - data.size()), 0);
-      if (got <= 0)
-      {
-        break;
-      }
-      data.append(part, static_cast<size_t>(got));
-    }
-    return data;
+    const ssize_t got = poll(&fd, 1, timeoutMs) > 0 ? recv(m_sock, part, std::min(sizeof part, count), 0) : 0;
+    return {part, static_cast<size_t>(std::max<ssize_t>(got, 0))};
+  }
+
+  /// A line with its end, or what there is of it.
+  std::string ReceiveLine()
+  {
+    std::string line;
+    for (std::string byte = "-"; !byte.empty() && byte != "\n"; line += byte)
+      byte = Receive(1);
+    return line;
   }
 
   /// Waits for the other side to close.
@@ -96,9 +137,7 @@ public:
   void Close()
   {
     if (m_sock >= 0)
-    {
       close(m_sock);
-    }
     m_sock = -1;
   }
 
@@ -138,12 +177,8 @@ public:
   {
     std::string steps;
     for (const char event : Log())
-    {
       if (event != 'I' || steps.empty() || steps.back() != 'I')
-      {
         steps += event;
-      }
-    }
     return steps;
   }
 
@@ -173,9 +208,7 @@ inline int echo(SERVICE_STATE_E state, const std::string& data, tcp_server_st* /
                 tcp_client_st* client)
 {
   if (state == SERVICE_STATE_RECV)
-  {
     ClientSendData(client, data.data(), static_cast<int>(data.size()), 0);
-  }
   return static_cast<int>(data.size());
 }
 
@@ -236,9 +269,7 @@ bool eventually(Condition condition)
   for (int i = 0; i < 10000; ++i)
   {
     if (condition())
-    {
       return true;
-    }
     usleep(1000);
   }
   return false;
