@@ -1,11 +1,11 @@
 #include "annexb_splitter.h"
 #include "parameter_sets.h"
 #include "stream_rate.h"
+#include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -13,16 +13,7 @@
 namespace
 {
 
-struct Unit
-{
-  std::string bytes;
-  bool key;
-};
-
-bool operator==(const Unit& a, const Unit& b)
-{
-  return a.key == b.key && a.bytes == b.bytes;
-}
+using Unit = std::pair<std::string, bool>; // its bytes, and whether it is a key frame
 
 struct Result
 {
@@ -69,19 +60,6 @@ const char kShort[] = {0, 0, 1};
 const char kLong[] = {0, 0, 0, 1};
 const std::string kFirst = "\x88 first slice";
 const std::string kLater = "\x40 later slice";
-
-std::string read_clip()
-{
-  std::string bytes;
-  FILE* file = fopen(DEVCOMM_SOURCE_DIR "/apps/recorder/media/clip.h264", "rb");
-  if (file == nullptr)
-    return bytes;
-  char block[4096];
-  for (size_t got = 0; (got = fread(block, 1, sizeof block, file)) > 0;)
-    bytes.append(block, got);
-  fclose(file);
-  return bytes;
-}
 
 } // namespace
 
@@ -138,20 +116,20 @@ TEST(AnnexBSplitter, PieceSizesMakeNoDifference)
     ASSERT_TRUE(whole.units == pieces.units) << round;
     ASSERT_EQ(whole.dropped, pieces.dropped) << round;
     for (const Unit& unit : whole.units)
-      ASSERT_LE(unit.bytes.size(), limit);
+      ASSERT_LE(unit.first.size(), limit);
   }
 }
 
 TEST(AnnexBSplitter, TheClipIsWholeAndStatesItsRate)
 {
-  const std::string clip = read_clip();
+  const std::string clip = contents(DEVCOMM_SOURCE_DIR "/apps/recorder/media/clip.h264");
   const Result got = split_whole(clip);
   ASSERT_EQ(got.units.size(), 200U);
   std::string joined;
   for (size_t i = 0; i < got.units.size(); ++i)
   {
-    EXPECT_EQ(got.units[i].key, i % 25 == 0) << i;
-    joined += got.units[i].bytes;
+    EXPECT_EQ(got.units[i].second, i % 25 == 0) << i;
+    joined += got.units[i].first;
   }
   EXPECT_TRUE(joined == clip);
 

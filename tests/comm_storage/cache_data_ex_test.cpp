@@ -158,16 +158,12 @@ TEST_F(CacheFile, StandsAFileThatChangesBelowIt)
 {
   open();
   for (int i = 0; i < 20; ++i)
-  {
     save(i, "record");
-  }
   file->OpenCacheFile();
   ASSERT_EQ(truncate(path.c_str(), kItemSize + 1), 0);
   int buffered = 0; // in the stream, which knows of no truncation
   while (read() == std::to_string(buffered) + ":record")
-  {
     ++buffered;
-  }
   EXPECT_LT(buffered, 20);
   EXPECT_EQ(file->checkCacheData(), -1);
   EXPECT_EQ(file->RemoveCacheFile(), 0);
@@ -208,9 +204,7 @@ TEST_F(CacheFile, BothCachesServeSeveralThreads)
         [&, t]
         {
           for (int i = t * kEach; i < (t + 1) * kEach; ++i)
-          {
             EXPECT_EQ(save(i, std::to_string(i)), 0);
-          }
         });
     threads.emplace_back(
         [&]
@@ -235,8 +229,6 @@ TEST_F(CacheFile, BothCachesServeSeveralThreads)
         });
   }
   for (std::thread& thread : threads)
-  {
     thread.join();
-  }
   EXPECT_TRUE(std::all_of(seen, seen + 2 * kEach, [](int times) { return times == 1; }));
 }

@@ -134,7 +134,7 @@ TEST_F(CacheRing, MakesADamagedFileAfreshAndTrustsNoLength)
 TEST_F(CacheRing, RefusesWhatItCannotKeep)
 {
   open();
-  EXPECT_EQ(ring->openCacheFile(root.c_str()), -1);
+  EXPECT_EQ(ring->openCacheFile(root.path.c_str()), -1);
   EXPECT_EQ(ring->openCacheFile(nullptr), -1);
   const std::string much(1025, 'x');
   save(1, much, true);

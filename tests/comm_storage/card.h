@@ -1,11 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include "support/scratch_folder.h"
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include <unistd.h>
@@ -16,12 +13,6 @@ class CardTest : public testing::Test
 protected:
   CardTest()
   {
-    // In memory if possible: a disk may flush a file that is made afresh, and one test does so 10,000 times.
-    char memory[] = "/dev/shm/devcomm_cache_XXXXXX";
-    char disk[] = "/tmp/devcomm_cache_XXXXXX";
-    root = mkdtemp(memory) != nullptr ? memory : mkdtemp(disk);
-    card = root + "/mnt/sd";
-    path = card + "/cache";
     std::filesystem::create_directories(card);
     testing::internal::CaptureStdout();
   }
@@ -29,31 +20,30 @@ protected:
   {
     said();
     testing::internal::GetCapturedStdout();
-    std::filesystem::remove_all(root);
   }
 
   std::string said()
   {
     std::string text = testing::internal::GetCapturedStdout();
     if (HasFailure())
-    {
       fputs(text.c_str(), stderr); // the failure is among it
-    }
     testing::internal::CaptureStdout();
     return text;
   }
 
   std::string bytes() const
   {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return contents(path);
   }
   void put(const std::string& all)
   {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << all;
   }
 
-  std::string root, card, path;
+  // In memory if possible: a disk may flush a file that is made afresh, and one test does so 10,000 times.
+  ScratchFolder root{access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp"};
+  std::string card = root.path + "/mnt/sd";
+  std::string path = card + "/cache";
 };
 
 /// Integers as the files hold them.
@@ -62,12 +52,8 @@ std::string words(Words... values)
 {
   std::string bytes;
   for (const uint32_t value : {static_cast<uint32_t>(values)...})
-  {
     for (int shift = 0; shift < 32; shift += 8)
-    {
       bytes += static_cast<char>(value >> shift);
-    }
-  }
   return bytes;
 }
 
@@ -82,8 +68,6 @@ std::string delivered(Read read)
   const bool any = read(tag, len, data.data());
   const size_t used = any ? static_cast<size_t>(len) : 0;
   if (used > 1024 || data.substr(used) != untouched.substr(used) || (!any && (tag != -77 || len != -88)))
-  {
     return "bad";
-  }
   return any ? std::to_string(tag) + ":" + data.substr(0, used) : "none";
 }

@@ -141,13 +141,9 @@ TEST_F(DiskCommand, AddressesTakeTheFormThatHoldsThem)
   EXPECT_TRUE(is_48(0xC8, 0, 256) && is_48(0xC8, 0x100000000, 0) && is_48(0xC8, 0xFEDCBA987654, 0x1234));
   EXPECT_FALSE(is_48(0xC8, 0x7654321, 255));
   for (const unsigned char cmd : Bytes{0x06, 0x24, 0x25, 0x27, 0x34, 0x35, 0x37, 0x42, 0x45, 0xEA})
-  {
     EXPECT_TRUE(is_48(cmd, 0, 8)) << int{cmd};
-  }
   for (const unsigned char cmd : Bytes{0x80, 0xB0, 0xF3, 0xF4})
-  {
     EXPECT_FALSE(is_48(cmd, 0xFEDCBA987654, 0x1234)) << int{cmd};
-  }
 }
 
 TEST_F(DiskCommand, BlocksOnTheWire)
@@ -394,9 +390,7 @@ TEST_F(DiskCommand, SleepAndFlushServices)
   {
     Bytes sent;
     for (const Bytes& block : m_blocks)
-    {
       sent.insert(sent.end(), {block[14], block[4], block[6]});
-    }
     m_blocks.clear();
     return sent;
   };

@@ -49,9 +49,7 @@ TEST(LocalTime, StopsWhereTheYearLeavesAnInt)
   EXPECT_EQ(comm_localtime_r(&last, &out), 1);
   EXPECT_EQ(out.tm_year, wide ? INT_MAX : 138);
   for (const long end : {wide ? last + 1 : LONG_MAX, LONG_MAX, LONG_MIN})
-  {
     EXPECT_EQ(comm_localtime_r(&end, &out), wide ? 0 : 1) << end;
-  }
   EXPECT_EQ(comm_localtime_r(nullptr, &out) + comm_localtime_r(&last, nullptr), 0);
 }
 

@@ -1,6 +1,7 @@
 #include <devcomm/time_process.h>
 
 #include "comm_time/child.h"
+#include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -80,19 +81,16 @@ TEST(Process, ClosesDescriptorsUpToTheSoftLimit)
 
 TEST(Process, ReadsWholeFilesOfAnySize)
 {
-  char path[] = "/tmp/devcomm_file_XXXXXX";
-  const int fd = mkstemp(path);
-  ASSERT_GE(fd, 0);
+  const ScratchFolder folder;
+  std::string path = folder.path + "/file";
+  EXPECT_EQ(proc_sys_file_to_buf(path.data()), nullptr);
   for (const size_t size : {0U, 4095U, 4096U, 100001U})
   {
     const std::string content(size, 'a'); // with its terminating zero
-    ASSERT_EQ(pwrite(fd, content.data(), size, 0), static_cast<ssize_t>(size));
-    char* buffer = proc_sys_file_to_buf(path);
+    std::ofstream(path) << content;
+    char* buffer = proc_sys_file_to_buf(path.data());
     ASSERT_NE(buffer, nullptr);
     EXPECT_EQ(memcmp(buffer, content.c_str(), size + 1), 0) << size;
     free(buffer);
   }
-  close(fd);
-  unlink(path);
-  EXPECT_EQ(proc_sys_file_to_buf(path), nullptr); // gone
 }

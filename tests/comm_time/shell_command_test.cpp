@@ -31,9 +31,7 @@ TEST(ShellCommand, KillsAndReapsOnlyItsOwnChildAndRestoresOnlySigchld)
       {
         const pid_t other = fork();
         if (other == 0)
-        {
           _exit(9);
-        }
         signal(SIGCHLD, on_signal);
         signal(SIGQUIT, on_signal);
         const unsigned long long start = msecdiff(0);
@@ -56,17 +54,13 @@ TEST(ShellCommand, AFailedForkRestoresBothSignals)
       {
         const rlimit none = {0, 0};
         if (setrlimit(RLIMIT_NPROC, &none) != 0 || (getuid() == 0 && setuid(65534) != 0))
-        {
           return 77;
-        }
         signal(SIGQUIT, on_signal);
         printf("%d,", systemdump("true", 5));
         return has_handler(SIGQUIT, on_signal) ? 1 : 0;
       });
   if (result == "77")
-  {
     GTEST_SKIP() << "no right to become a user whose processes are limited";
-  }
   EXPECT_EQ(result, "-2,1");
 }
 
