@@ -1,7 +1,5 @@
 #include "comm_storage/card.h"
 
-#include <devcomm/cache_file.h>
-
 #include <algorithm>
 #include <atomic>
 #include <climits>
@@ -39,12 +37,11 @@ protected:
   }
   int save(int tag, const std::string& text)
   {
-    return file->saveCacheData(tag, static_cast<int>(text.size()), text.data());
+    return save_in(*file, tag, text);
   }
   std::string read()
   {
-    return delivered([&](int& tag, int& len, char* data)
-                     { return file->readCacheData(tag, len, data) == 0; });
+    return read_from(*file);
   }
 
   std::unique_ptr<CCacheDataEX> file;
@@ -213,11 +210,8 @@ TEST_F(CacheFile, BothCachesServeSeveralThreads)
           {
             std::string record = read(); // from the file to the ring, and out of that
             if (record != "none")
-            {
-              ring.saveCacheData(stoi(record), static_cast<int>(record.size()), record.data(), true);
-            }
-            record = delivered([&](int& tag, int& len, char* data)
-                               { return ring.readCacheData(tag, len, data, true) == 1; });
+              save_in(ring, stoi(record), record);
+            record = read_from(ring);
             if (record != "none")
             {
               const std::string id = record.substr(0, record.find(':'));

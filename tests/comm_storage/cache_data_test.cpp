@@ -1,7 +1,5 @@
 #include "comm_storage/card.h"
 
-#include <devcomm/cache_file.h>
-
 #include <climits>
 #include <memory>
 
@@ -41,16 +39,6 @@ protected:
     ring->setCacheFile("cache", 0, count);
     return ring->openCacheFile(card.c_str());
   }
-  void save(int tag, const std::string& text, bool head)
-  {
-    ring->saveCacheData(tag, static_cast<int>(text.size()), text.data(), head);
-  }
-  std::string read(bool head)
-  {
-    return delivered([&](int& tag, int& len, char* data)
-                     { return ring->readCacheData(tag, len, data, head) == 1; });
-  }
-
   std::unique_ptr<CCacheData> ring;
 };
 
@@ -71,28 +59,28 @@ TEST_F(CacheRing, LaysItsFileOutByteForByte)
   EXPECT_EQ(bytes(), kFresh);
 
   const std::string longest(1024, 'x');
-  save(-2, "hello", true);
-  save(0x01020304, longest, false);
+  save_in(*ring, -2, "hello", true);
+  save_in(*ring, 0x01020304, longest, false);
   EXPECT_EQ(bytes(), head_bytes(0, 1, kSlots) + slot_bytes(-2, "hello") + slot_bytes(0x01020304, longest) +
                          kFresh.substr(44 + 2 * kSlotSize));
-  save(3, "", false);
-  save(4, "four", true);
+  save_in(*ring, 3, "", false);
+  save_in(*ring, 4, "four", true);
   EXPECT_EQ(said(), "CCacheData::SaveCacheData(cache) Buffer Full WritePos(0) ReadPos(1)\n");
-  EXPECT_EQ(read(true), "16909060:" + longest);
-  EXPECT_EQ(read(false), "3:");
+  EXPECT_EQ(read_from(*ring, true), "16909060:" + longest);
+  EXPECT_EQ(read_from(*ring, false), "3:");
   EXPECT_EQ(bytes().substr(0, 44), head_bytes(2, 0, kSlots));
   ring->updateHead();
   EXPECT_EQ(bytes().substr(0, 44), head_bytes(3, 0, kSlots));
   EXPECT_GT(open(), 0);
   EXPECT_EQ(said(), "CCacheData::OpenCacheFile(" + path + ") Success WritePos(0) ReadPos(3)\n");
-  EXPECT_EQ(read(false), "4:four");
-  EXPECT_EQ(read(false), "none");
+  EXPECT_EQ(read_from(*ring, false), "4:four");
+  EXPECT_EQ(read_from(*ring, false), "none");
 }
 
 TEST_F(CacheRing, MakesADamagedFileAfreshAndTrustsNoLength)
 {
   open();
-  save(5, "kept", true);
+  save_in(*ring, 5, "kept", true);
   const std::string good = bytes();
   for (size_t at = 0; at < 44; ++at)
   {
@@ -105,7 +93,10 @@ TEST_F(CacheRing, MakesADamagedFileAfreshAndTrustsNoLength)
       ASSERT_GT(open(), 0);
       ASSERT_EQ(bytes(), sound ? changed : kFresh) << at << " " << value;
       const bool empty = !sound || changed[4] == changed[8];
-      ASSERT_EQ(read(false), empty ? "none" : changed[4] == 0 ? "5:kept" : "0:") << at << " " << value;
+      ASSERT_EQ(read_from(*ring, false), empty             ? "none"
+                                         : changed[4] == 0 ? "5:kept"
+                                                           : "0:")
+          << at << " " << value;
     }
   }
   for (const size_t middle : {size_t{2}, size_t{44}, 44 + kSlotSize, kFileSize})
@@ -127,7 +118,7 @@ TEST_F(CacheRing, MakesADamagedFileAfreshAndTrustsNoLength)
   {
     put(head_bytes(0, 1, 2) + words(9, len) + std::string(1024 + kSlotSize, 'd'));
     EXPECT_GT(open(2), 0);
-    EXPECT_EQ(read(true), "9:" + std::string(len < 0 ? 0 : 1024, 'd')) << len;
+    EXPECT_EQ(read_from(*ring, true), "9:" + std::string(len < 0 ? 0 : 1024, 'd')) << len;
   }
 }
 
@@ -137,19 +128,19 @@ TEST_F(CacheRing, RefusesWhatItCannotKeep)
   EXPECT_EQ(ring->openCacheFile(root.path.c_str()), -1);
   EXPECT_EQ(ring->openCacheFile(nullptr), -1);
   const std::string much(1025, 'x');
-  save(1, much, true);
+  save_in(*ring, 1, much, true);
   ring->saveCacheData(1, -1, much.data(), true);
   ring->saveCacheData(1, 1, nullptr, true);
   EXPECT_EQ(bytes(), kFresh);
   ring->saveCacheData(1, 0, nullptr, true);
   int tag = 0;
   EXPECT_EQ(ring->readCacheData(tag, tag, nullptr, true), 0);
-  EXPECT_EQ(read(true), "1:");
+  EXPECT_EQ(read_from(*ring, true), "1:");
   const int fd = ring->initCacheFile();
   EXPECT_EQ(ring->initCacheFile(), fd) << "left a descriptor open";
   ring->setCacheFile(nullptr, 0, 1);
-  save(2, "an open file keeps its size", true);
-  EXPECT_EQ(read(true), "2:an open file keeps its size");
+  save_in(*ring, 2, "an open file keeps its size", true);
+  EXPECT_EQ(read_from(*ring, true), "2:an open file keeps its size");
 
   said();
   EXPECT_EQ(ring->openCacheFile((card + "/none").c_str()), -1);
@@ -160,26 +151,26 @@ TEST_F(CacheRing, RefusesWhatItCannotKeep)
 TEST_F(CacheRing, StandsAFileThatChangesBelowIt)
 {
   open();
-  save(1, "first", true);
+  save_in(*ring, 1, "first", true);
   ASSERT_EQ(truncate(path.c_str(), 44 + kSlotSize - 1), 0);
   said();
-  EXPECT_EQ(read(true), "none");
+  EXPECT_EQ(read_from(*ring, true), "none");
   EXPECT_EQ(said(), "CCacheData::ReadCacheData read data failed\n");
   EXPECT_EQ(ring->CheckCacheFileExist(), 0);
-  save(2, "nothing happens", true);
+  save_in(*ring, 2, "nothing happens", true);
   ring->updateHead();
   EXPECT_EQ(bytes().size(), 44 + kSlotSize - 1);
 
   const int fd = open();
   ASSERT_EQ(truncate(path.c_str(), kFileSize + 1), 0);
   unlink(path.c_str());
-  save(3, "has no name any more", true);
-  EXPECT_EQ(read(false), "3:has no name any more");
-  save(4, "", true);
+  save_in(*ring, 3, "has no name any more", true);
+  EXPECT_EQ(read_from(*ring, false), "3:has no name any more");
+  save_in(*ring, 4, "", true);
   close(fd);
   said();
-  EXPECT_EQ(read(true), "none");
-  save(5, "", true);
+  EXPECT_EQ(read_from(*ring, true), "none");
+  save_in(*ring, 5, "", true);
   EXPECT_EQ(said(), "CCacheData::ReadCacheData lseek(1076) ret(-1) failed\n"
                     "CCacheData::SaveCacheData(cache) write data failed\n");
   EXPECT_EQ(ring->CheckCacheFileExist(), 0);

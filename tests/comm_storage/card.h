@@ -2,6 +2,8 @@
 
 #include "support/scratch_folder.h"
 
+#include <devcomm/cache_file.h>
+
 #include <cstdint>
 #include <string>
 
@@ -70,4 +72,25 @@ std::string delivered(Read read)
   if (used > 1024 || data.substr(used) != untouched.substr(used) || (!any && (tag != -77 || len != -88)))
     return "bad";
   return any ? std::to_string(tag) + ":" + data.substr(0, used) : "none";
+}
+
+inline void save_in(CCacheData& cache, int tag, const std::string& data, bool head = true)
+{
+  cache.saveCacheData(tag, static_cast<int>(data.size()), data.data(), head);
+}
+
+inline int save_in(CCacheDataEX& cache, int tag, const std::string& data, bool /*head*/ = true)
+{
+  return cache.saveCacheData(tag, static_cast<int>(data.size()), data.data());
+}
+
+inline std::string read_from(CCacheData& cache, bool head = true)
+{
+  return delivered([&](int& tag, int& len, char* data)
+                   { return cache.readCacheData(tag, len, data, head) == 1; });
+}
+
+inline std::string read_from(CCacheDataEX& cache, bool /*head*/ = true)
+{
+  return delivered([&](int& tag, int& len, char* data) { return cache.readCacheData(tag, len, data) == 0; });
 }

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <functional>
 #include <linux/hdreg.h>
 #include <random>
 #include <scsi/sg.h>
@@ -22,9 +21,6 @@ namespace
 
 using Bytes = std::vector<unsigned char>;
 
-// Answers every ioctl of the test program while it is set, in place of the kernel.
-std::function<int(unsigned long request, void* argument)> g_answer;
-
 // Sense data as libata gives them: key 1 "recovered", then the ATA Status Return descriptor.
 Bytes registers(unsigned char status, unsigned char error = 0)
 {
@@ -32,19 +28,19 @@ Bytes registers(unsigned char status, unsigned char error = 0)
           error, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x5A, status};
 }
 
+class DiskCommand;
+DiskCommand* g_kernel; // answers every ioctl of the test program while there is one, in place of the kernel
+
 class DiskCommand : public testing::Test
 {
-protected:
-  void SetUp() override
+public:
+  DiskCommand()
   {
-    g_answer = [this](unsigned long request, void* argument)
-    {
-      return answer(request, argument);
-    };
+    g_kernel = this;
   }
-  void TearDown() override
+  ~DiskCommand() override
   {
-    g_answer = nullptr;
+    g_kernel = nullptr;
     verbose = 0;
     prefer_ata12 = 0;
   }
@@ -131,7 +127,8 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
   va_start(arguments, request);
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
-  return g_answer ? g_answer(request, argument) : static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+  return g_kernel != nullptr ? g_kernel->answer(request, argument)
+                             : static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
 }
 
 TEST_F(DiskCommand, AddressesTakeTheFormThatHoldsThem)
@@ -294,20 +291,22 @@ TEST_F(DiskCommand, StatusesOfTheTransport)
 TEST_F(DiskCommand, LegacyArguments)
 {
   Bytes args(4 + 512, 0xEE);
-  memcpy(args.data(), "\xEC\x00\x07\x01", 4);
-  EXPECT_EQ(do_drive_cmd(7, args.data(), 0), 0);
+  const auto drive =
+      [&args](unsigned char command, unsigned char first, unsigned char feature, unsigned char count)
+  {
+    std::copy_n(Bytes{command, first, feature, count}.data(), 4, args.data());
+    return do_drive_cmd(7, args.data(), 0);
+  };
+  EXPECT_EQ(drive(0xEC, 0, 7, 1), 0);
   EXPECT_EQ(m_blocks.back(), (Bytes{0x85, 0x08, 0x0E, 0, 7, 0, 1, 0, 0, 0, 0, 0, 0, 0x40, 0xEC, 0}));
   EXPECT_TRUE(args[0] == 0x50 && args[1] == 0 && args[2] == 0x13 && args[4] == 'd' && args[515] == 'd');
-  memcpy(args.data(), "\xB0\x05\xD0\x01", 4);
-  EXPECT_EQ(do_drive_cmd(7, args.data(), 0), 0);
+  EXPECT_EQ(drive(0xB0, 5, 0xD0, 1), 0);
   EXPECT_EQ(m_blocks.back(), (Bytes{0x85, 0x08, 0x0E, 0, 0xD0, 0, 1, 0, 5, 0, 0x4F, 0, 0xC2, 0x40, 0xB0, 0}));
-  memcpy(args.data(), "\xC8\x09\x00\x01", 4); // moves its data by DMA
-  EXPECT_EQ(do_drive_cmd(7, args.data(), 0), 0);
+  EXPECT_EQ(drive(0xC8, 9, 0, 1), 0); // moves its data by DMA
   EXPECT_TRUE(m_blocks.back()[1] == 0x0C && m_blocks.back()[6] == 9);
 
   m_sense = registers(0x51, 0x04);
-  memcpy(args.data(), "\xE3\xF0\x00\x00", 4);
-  EXPECT_EQ(do_drive_cmd(7, args.data(), 0), -1);
+  EXPECT_EQ(drive(0xE3, 0xF0, 0, 0), -1);
   EXPECT_TRUE(errno == EIO && args[0] == 0x51 && args[1] == 4 && m_legacy.empty());
 
   for (const int error : {EINVAL, ENODEV, EBADE, ENOTTY, EPERM})
@@ -315,9 +314,8 @@ TEST_F(DiskCommand, LegacyArguments)
     m_legacy.clear();
     m_error = error;
     m_legacyResult = 5;
-    memcpy(args.data(), "\xE7\x00\x00\x00", 4);
     int result = 0;
-    said([&] { result = do_drive_cmd(7, args.data(), 0); });
+    said([&] { result = drive(0xE7, 0, 0, 0); });
     const bool isRefused = error == EINVAL || error == ENODEV || error == EBADE;
     EXPECT_EQ(m_legacy.size(), isRefused ? 1U : 0U);
     EXPECT_TRUE(args[0] == 0xE7 && (isRefused ? result == 5 : result == -1 && errno == error)) << error;

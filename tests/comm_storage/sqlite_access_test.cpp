@@ -231,23 +231,6 @@ TEST_F(SQLiteAccess, AnotherProcessHoldsTheDatabase)
   close(held[1]);
 }
 
-TEST_F(SQLiteAccess, ReadOnlyFile)
-{
-  m_db.Close();
-  chmod(path, 0444);
-  const std::string result = run_in_child(
-      [this]
-      {
-        if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) // root may write to any file
-          return 9;
-        SQLite own;
-        const bool opened = own.Open(path);
-        const bool inserted = own.SqliteOp("INSERT INTO t VALUES (1, 1)", stop_at_first);
-        return opened && !inserted && own.SqliteOpEx("SELECT * FROM t") ? 0 : 1;
-      });
-  EXPECT_EQ(result, "error:Attempt to write a readonly database\n0");
-}
-
 TEST_F(SQLiteAccess, DamagedFiles)
 {
   EXPECT_TRUE(m_db.SqliteOpEx("INSERT INTO t VALUES (zeroblob(9000), 1)"));
@@ -264,30 +247,37 @@ TEST_F(SQLiteAccess, DamagedFiles)
             "error:File opened that is not a database file\n0");
 }
 
-TEST_F(SQLiteAccess, FullDisk)
+TEST_F(SQLiteAccess, FullAndThenReadOnlyDisk)
 {
   m_db.Close();
   const std::string result = run_in_child(
       [this]
       {
-        if (!enter_namespaces() || mount("tmpfs", m_folder.path.c_str(), "tmpfs", 0, "size=64k") != 0)
+        const char* folder = m_folder.path.c_str();
+        if (!enter_namespaces() || mount("tmpfs", folder, "tmpfs", 0, "size=64k") != 0)
           return 9;
+        const char* const more = "INSERT INTO t VALUES (zeroblob(10000))";
         SQLite own;
-        const bool made = own.Open(path) && own.SqliteOpEx("CREATE TABLE t (a)");
-        SQLiteCommand insert(&own, "INSERT INTO t VALUES (zeroblob(10000))");
+        EXPECT_TRUE(own.Open(path) && own.SqliteOpEx("CREATE TABLE t (a)"));
+        SQLiteCommand insert(&own, more);
         int stored = 0;
         while (stored < 100 && insert.Excute())
           ++stored;
         insert.Clear();
-        const bool refused = !own.SqliteOp("INSERT INTO t VALUES (zeroblob(10000))", nullptr, nullptr);
+        EXPECT_FALSE(own.SqliteOp(more, nullptr, nullptr));
         int count = 0;
-        return made && refused && own.SqliteOp("SELECT * FROM t", &count, nullptr) && count == stored ? 0 : 1;
+        EXPECT_TRUE(own.SqliteOp("SELECT * FROM t", &count, nullptr) && count == stored);
+        own.Close();
+        EXPECT_EQ(mount("tmpfs", folder, "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+        EXPECT_TRUE(own.Open(path) && own.SqliteOpEx("SELECT * FROM t"));
+        EXPECT_FALSE(own.SqliteOp(more, stop_at_first));
+        return HasFailure() ? 1 : 0;
       });
   if (result == "9")
     GTEST_SKIP() << "no right to mount a small file system";
-  EXPECT_EQ(
-      result,
-      "query SQL : INSERT INTO t VALUES (zeroblob(10000)) failed!, ret: 13, err:database or disk is full\n0");
+  EXPECT_EQ(result,
+            "query SQL : INSERT INTO t VALUES (zeroblob(10000)) failed!, ret: 13, err:database or disk "
+            "is full\nerror:Attempt to write a readonly database\n0");
 }
 
 TEST_F(SQLiteAccess, FreeFunctionsOnAHandle)

@@ -3,7 +3,6 @@
 #include <devcomm/ftp_client.h>
 
 #include "support/ftp_servers.h"
-#include "support/scratch_folder.h"
 #include "support/server_process.h"
 
 #include <cstring>
@@ -24,19 +23,14 @@ int log_nothing(unsigned int /*level*/, const char* /*format*/, ...) // NOLINT(c
   return 0;
 }
 
-class FtpPeers : public testing::TestWithParam<SetUpPeer>
+class FtpPeers : public ServedTest
 {
 protected:
   void SetUp() override
   {
-    chmod(scratch.path.c_str(), 0755);
     std::filesystem::create_directories(scratch.path + "/pub/clips");
     chmod((scratch.path + "/pub/clips").c_str(), 0777);
-    setup = GetParam()(scratch.path, port);
-    if (!setup.missing.empty())
-      GTEST_SKIP() << setup.missing;
-    server = std::make_unique<ServerProcess>(setup.arguments);
-    ASSERT_TRUE(server->Listens(port));
+    Serve();
   }
 
   /// Starts a session that has learnt the remote file's size.
@@ -61,11 +55,6 @@ protected:
     client.FtpCloseSockFd(client.FtpGetClientData()->data_fd);
     return client.FtpGetRc(line, sizeof line);
   }
-
-  ScratchFolder scratch;
-  int port = free_port();
-  PeerSetup setup;
-  std::unique_ptr<ServerProcess> server;
 };
 
 TEST_P(FtpPeers, AClipCutAtRandomPlacesArrivesWhole)

@@ -4,10 +4,8 @@
 
 #include "support/http_servers.h"
 #include "support/measure.h"
-#include "support/scratch_folder.h"
 #include "support/server_process.h"
 
-#include <memory>
 #include <random>
 #include <thread>
 
@@ -15,31 +13,22 @@ namespace
 {
 
 /// A scratch folder with 3 MB of random bytes to serve, and the server that does it.
-class HttpPeers : public testing::TestWithParam<SetUpPeer>
+class HttpPeers : public ServedTest
 {
 protected:
   void SetUp() override
   {
-    std::filesystem::create_directories(m_scratch.path + "/www");
-    chmod(m_scratch.path.c_str(), 0755);
+    std::filesystem::create_directories(scratch.path + "/www");
     std::generate(file.begin(), file.end(), [this] { return static_cast<char>(random()); });
-    std::ofstream(m_scratch.path + "/www/file", std::ios::binary) << file;
-    m_setup = GetParam()(m_scratch.path, m_port);
-    if (!m_setup.missing.empty())
-      GTEST_SKIP() << m_setup.missing;
-    ASSERT_TRUE(Start());
-  }
-  bool Start()
-  {
-    m_server = std::make_unique<ServerProcess>(m_setup.arguments);
-    return m_server->Listens(m_port);
+    std::ofstream(scratch.path + "/www/file", std::ios::binary) << file;
+    Serve();
   }
 
   /// Downloads to a file that holds the first bytes already. @return what the file holds then
   std::string Download(const std::string& path, size_t before, int expected)
   {
     Put(before);
-    std::string url = "http://127.0.0.1:" + std::to_string(m_port) + path;
+    std::string url = "http://127.0.0.1:" + std::to_string(port) + path;
     CaptureStdout();
     const int result = http_download(&url[0], &m_target[0]);
     m_said = GetCapturedStdout();
@@ -58,11 +47,7 @@ protected:
   std::mt19937 random{6};
   std::string file = std::string(3000001, '\0');
   std::string m_said;
-  ScratchFolder m_scratch;
-  std::string m_target = m_scratch.path + "/got";
-  int m_port = free_port();
-  PeerSetup m_setup;
-  std::unique_ptr<ServerProcess> m_server;
+  std::string m_target = scratch.path + "/got";
 };
 
 TEST_P(HttpPeers, ServesPlainRangedRedirectedChunkedAndCutBodies)
@@ -81,13 +66,13 @@ TEST_P(HttpPeers, ServesPlainRangedRedirectedChunkedAndCutBodies)
       [this]
       {
         EXPECT_TRUE(eventually([this] { return std::filesystem::file_size(m_target) > 200000; }));
-        m_server.reset();
+        server.reset();
       });
   const std::string part = Download("/slow/file", 0, -1);
   ender.join();
   EXPECT_LT(part.size(), file.size());
   EXPECT_TRUE(file.compare(0, part.size(), part) == 0);
-  ASSERT_TRUE(Start());
+  ASSERT_NO_FATAL_FAILURE(Start());
   EXPECT_TRUE(Download("/file", part.size(), 0) == file);
 }
 

@@ -4,8 +4,6 @@
 #include "comm_storage/card.h"
 #include "support/fault_runs.h"
 
-#include <devcomm/cache_file.h>
-
 #include <algorithm>
 #include <atomic>
 #include <csignal>
@@ -21,7 +19,7 @@
 namespace
 {
 
-struct Ring
+struct Ring : CCacheData
 {
   static constexpr size_t room = 7;
   static constexpr size_t longest = 1024;
@@ -31,27 +29,13 @@ struct Ring
   explicit Ring(const std::string& card)
   {
     chmod((card + "/cache").c_str(), 0600);
-    cache.setCacheFile("cache", 0, room + 1);
-    cache.openCacheFile(card.c_str());
-    EXPECT_EQ(cache.CheckCacheFileExist(), 1);
+    setCacheFile("cache", 0, room + 1);
+    openCacheFile(card.c_str());
+    EXPECT_EQ(CheckCacheFileExist(), 1);
   }
-  void save(int tag, const std::string& data, bool head)
-  {
-    cache.saveCacheData(tag, static_cast<int>(data.size()), data.data(), head);
-  }
-  bool read(int& tag, int& len, char* data, bool head)
-  {
-    return cache.readCacheData(tag, len, data, head) == 1;
-  }
-  void update()
-  {
-    cache.updateHead();
-  }
-
-  CCacheData cache;
 };
 
-struct File
+struct File : CCacheDataEX
 {
   static constexpr size_t room = 300;
   static constexpr size_t longest = 512;
@@ -61,21 +45,11 @@ struct File
   explicit File(const std::string& card)
   {
     std::string path = card + "/cache";
-    cache.SetFileName(path.data());
-    cache.OpenCacheFile();
-    EXPECT_GE(cache.checkCacheData(), 0);
+    SetFileName(path.data());
+    OpenCacheFile();
+    EXPECT_GE(checkCacheData(), 0);
   }
-  void save(int tag, const std::string& data, bool /*head*/)
-  {
-    cache.saveCacheData(tag, static_cast<int>(data.size()), data.data());
-  }
-  bool read(int& tag, int& len, char* data, bool /*head*/)
-  {
-    return cache.readCacheData(tag, len, data) == 0;
-  }
-  void update() {}
-
-  CCacheDataEX cache;
+  void updateHead() {}
 };
 
 struct List
@@ -131,38 +105,35 @@ void work(Cache& cache, Notes& notes, std::mt19937& random)
       if (unlisted + notes.after[notes.under % 4].count > Cache::room)
       {
         note();
-        cache.update();
+        cache.updateHead();
       }
       now.push_back(++notes.id);
       now.erase(now.begin(), now.begin() + (now.size() > Cache::room ? 1 : 0));
       ++unlisted;
       head ? note() : void();
-      cache.save(notes.id, payload(notes.id, Cache::longest), head);
+      save_in(cache, notes.id, payload(notes.id, Cache::longest), head);
     }
     else if (!now.empty())
     {
-      int tag = 0;
-      int len = 0;
-      char data[1024];
       now.erase(now.begin());
       head ? note() : void();
-      cache.read(tag, len, data, head);
+      read_from(cache, head);
     }
   }
 }
 
 } // namespace
 
+template <typename Cache>
 class CacheKill : public CardTest
 {
-protected:
-  template <typename Cache>
-  void survive();
 };
+using Caches = testing::Types<Ring, File>;
+TYPED_TEST_SUITE(CacheKill, Caches, );
 
-template <typename Cache>
-void CacheKill::survive()
+TYPED_TEST(CacheKill, LosesAtMostWhatWasUnderWay)
 {
+  using Cache = TypeParam;
   void* memory = mmap(nullptr, sizeof(Notes), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(memory, MAP_FAILED);
   auto& notes = *static_cast<Notes*>(memory);
@@ -177,7 +148,7 @@ void CacheKill::survive()
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
       std::mt19937 own(seed);
-      Cache cache(card);
+      Cache cache(this->card);
       work(cache, notes, own);
     }
     usleep(static_cast<useconds_t>(random() % 4000));
@@ -186,15 +157,12 @@ void CacheKill::survive()
     waitpid(child, &status, 0);
     ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "run " << run << " ended by itself";
 
-    Cache cache(card);
+    Cache cache(this->card);
     std::vector<int> ids;
-    int tag = 0;
-    int len = 0;
-    std::string data(1024, '\0');
-    while (cache.read(tag, len, data.data(), false))
+    for (std::string record; (record = read_from(cache, false)) != "none";)
     {
-      ASSERT_EQ(data.substr(0, static_cast<size_t>(len)), payload(tag, Cache::longest)) << "run " << run;
-      ids.push_back(tag);
+      ids.push_back(stoi(record));
+      ASSERT_EQ(record, std::to_string(ids.back()) + ":" + payload(ids.back(), Cache::longest)) << run;
     }
     bool allowed = false;
     for (uint32_t back = 0; back <= Cache::late; ++back)
@@ -205,18 +173,8 @@ void CacheKill::survive()
     ids.resize(Cache::readingConsumes ? 0 : ids.size());
     for (List& list : notes.after)
       list.set(ids);
-    if (std::filesystem::file_size(path) > 1000000)
-      std::filesystem::remove(path);
+    if (std::filesystem::file_size(this->path) > 1000000)
+      std::filesystem::remove(this->path);
   }
   EXPECT_GT(records, 0u);
-}
-
-TEST_F(CacheKill, RingDeliversWhatItsLastHeaderLists)
-{
-  survive<Ring>();
-}
-
-TEST_F(CacheKill, FileLosesAtMostItsLastOperation)
-{
-  survive<File>();
 }

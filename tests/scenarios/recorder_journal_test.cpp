@@ -2,18 +2,16 @@
 
 #ifdef DEVCOMM_RECORDER
 
+#include "comm_storage/card.h"
 #include "support/fault_runs.h"
 #include "support/recorder_tools.h"
 
-#include <devcomm/cache_file.h>
 #include <devcomm/sqlite_access.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -70,18 +68,13 @@ std::vector<std::string> waiting(const std::string& dir)
   cache.setCacheFile("events", 0, 4096);
   EXPECT_GT(cache.openCacheFile((dir + "/mnt/sd").c_str()), 0);
   std::vector<std::string> events;
-  int tag = 0;
-  int length = 0;
-  char data[1024];
-  while (cache.readCacheData(tag, length, data, false) == 1)
+  for (std::string record; (record = read_from(cache, false)) != "none";)
   {
     char kind[32];
     char text[32];
     double lat = 0;
     double lon = 0;
-    EXPECT_EQ(sscanf(std::string(data, static_cast<size_t>(length)).c_str(),
-                     "%*d\t%31[^\t]\t%lf\t%lf\t%31[^\t]", kind, &lat, &lon, text),
-              4);
+    EXPECT_EQ(sscanf(record.c_str(), "%*d:%*d\t%31[^\t]\t%lf\t%lf\t%31[^\t]", kind, &lat, &lon, text), 4);
     char event[128];
     snprintf(event, sizeof event, "%s: %s (%.5f, %.5f)", kind, text, lat, lon);
     events.emplace_back(event);
@@ -108,9 +101,9 @@ testing::AssertionResult has_in_order(const std::vector<std::string>& kept,
 
 TEST(RecorderJournalTest, NoEventIsLostWhenTheRecorderIsKilledAtRandom)
 {
-  const std::string dir = testing::TempDir() + "recorder-journal-" + std::to_string(getpid());
-  const std::string log = dir + "-track.nmea";
-  std::filesystem::remove_all(dir);
+  const ScratchFolder folder;
+  const std::string dir = folder.path + "/data";
+  const std::string log = folder.path + "/track.nmea";
   std::vector<std::string> events;
   const int kills = fault_runs() / 4;
   unsigned seed = 7;
@@ -129,8 +122,6 @@ TEST(RecorderJournalTest, NoEventIsLostWhenTheRecorderIsKilledAtRandom)
   EXPECT_TRUE(has_in_order(in_database(dir), events));
   EXPECT_TRUE(has_in_order(waiting(dir), events));
   printf("%zu events announced, %d kills\n", events.size(), kills);
-  std::filesystem::remove_all(dir);
-  std::filesystem::remove(log);
 }
 
 #endif

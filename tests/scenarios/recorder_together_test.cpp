@@ -40,14 +40,9 @@ struct Ring
 struct Tap
 {
   Tap(const Ring& ring, int reader)
-      : path(testing::TempDir() + "tap-" + std::to_string(ring.key) + "-" + std::to_string(reader)),
-        process(command(DEVCOMM_RECORDER_TAP,
+      : process(command(DEVCOMM_RECORDER_TAP,
                         {"--ring", std::to_string(ring.key), "--reader", std::to_string(reader), path}))
   {
-  }
-  ~Tap()
-  {
-    unlink(path.c_str());
   }
 
   // Ends it. @return its last words
@@ -59,7 +54,8 @@ struct Tap
     return output;
   }
 
-  std::string path;
+  const ScratchFolder folder{};
+  const std::string path = folder.path + "/stream";
   Process process;
 };
 

@@ -4,8 +4,6 @@
 #include "comm_time/child.h"
 #include "support/net_namespace.h"
 
-#include <devcomm/cache_file.h>
-
 namespace
 {
 
@@ -16,15 +14,12 @@ void fill_ring(const char* card)
   EXPECT_EQ(ring.openCacheFile(card), 0);
   int saved = -1;
   for (; ring.CheckCacheFileExist() == 1; ++saved)
-    ring.saveCacheData(saved + 1, 6, "record", true);
+    save_in(ring, saved + 1, "record");
   EXPECT_GT(saved, 8);
   EXPECT_GT(ring.openCacheFile(card), 0);
-  int tag = 0;
-  int len = 0;
-  char data[1024];
   for (int i = 0; i < saved; ++i)
-    EXPECT_TRUE(ring.readCacheData(tag, len, data, true) == 1 && tag == i) << i;
-  EXPECT_EQ(ring.readCacheData(tag, len, data, true), 0);
+    EXPECT_EQ(read_from(ring), std::to_string(i) + ":record");
+  EXPECT_EQ(read_from(ring), "none");
   ring.setCacheFile("another", 0, 0);
   EXPECT_TRUE(ring.openCacheFile(card) == -1 && ring.CheckCacheFileExist() == 0);
 }
@@ -34,16 +29,13 @@ void fill_file(std::string path)
   CCacheDataEX file;
   file.SetFileName(path.data());
   int saved = 0;
-  while (file.saveCacheData(saved, 6, "record") == 0)
+  while (save_in(file, saved, "record") == 0)
     ++saved;
   EXPECT_GT(saved, 20);
   EXPECT_EQ(file.checkCacheData(), -1);
-  int tag = 0;
-  int len = 0;
-  char data[512];
   for (int i = 0; i < saved - 1; ++i) // the last one stood in the stream's buffer
-    EXPECT_TRUE(file.readCacheData(tag, len, data) == 0 && tag == i) << i;
-  EXPECT_EQ(file.readCacheData(tag, len, data), -1);
+    EXPECT_EQ(read_from(file), std::to_string(i) + ":record");
+  EXPECT_EQ(read_from(file), "none");
 }
 
 void open_read_only(const char* card, std::string path)

@@ -130,7 +130,8 @@ private:
 };
 
 /// The command line that starts a program of this build, where need be under the emulator.
-inline std::vector<std::string> command(const char* program, const std::vector<std::string>& arguments)
+inline std::vector<std::string> command(const char* program, const std::vector<std::string>& arguments,
+                                        const std::vector<std::string>& more = {})
 {
   std::istringstream emulator(DEVCOMM_EMULATOR);
   std::vector<std::string> words;
@@ -138,6 +139,7 @@ inline std::vector<std::string> command(const char* program, const std::vector<s
     words.push_back(word);
   words.push_back(program);
   words.insert(words.end(), arguments.begin(), arguments.end());
+  words.insert(words.end(), more.begin(), more.end());
   return words;
 }
 
@@ -146,8 +148,9 @@ inline std::vector<std::string> command(const char* program, const std::vector<s
 class RecorderProcess : public Process
 {
 public:
-  RecorderProcess(int port, std::vector<std::string> arguments, int gpsPort = free_port())
-      : Process(command(DEVCOMM_RECORDER, with_ports(std::move(arguments), port, gpsPort))),
+  RecorderProcess(int port, const std::vector<std::string>& arguments, int gpsPort = free_port())
+      : Process(command(DEVCOMM_RECORDER, arguments,
+                        {"--port=" + std::to_string(port), "--gps-port=" + std::to_string(gpsPort)})),
         socket_("/tmp/recorder-" + std::to_string(port) + ".sock")
   {
     read_until(1, " on port ");
@@ -159,13 +162,6 @@ public:
   }
 
 private:
-  static std::vector<std::string> with_ports(std::vector<std::string> arguments, int port, int gpsPort)
-  {
-    arguments.push_back("--port=" + std::to_string(port));
-    arguments.push_back("--gps-port=" + std::to_string(gpsPort));
-    return arguments;
-  }
-
   std::string socket_;
 };
 #endif

@@ -30,8 +30,7 @@ inline std::string sentence(const std::string& body)
   return {text, static_cast<size_t>(nmea_printf(text, sizeof text, "$%s", body.c_str()))};
 }
 
-inline Answer recorderctl(int port, std::vector<std::string> words)
+inline Answer recorderctl(int port, const std::vector<std::string>& words)
 {
-  words.insert(words.begin(), "--port=" + std::to_string(port));
-  return run(command(DEVCOMM_RECORDERCTL, words));
+  return run(command(DEVCOMM_RECORDERCTL, {"--port=" + std::to_string(port)}, words));
 }
