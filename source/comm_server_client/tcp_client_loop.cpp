@@ -54,7 +54,7 @@ private:
   bool checkError = true;
   bool hasRoom = true;     // the last write took something, so the next one likely finds room
   int64_t emptiedMs = -1;  // when a read last left nothing behind
-  int64_t yieldFromMs = 0; // before it a yield is expected to take long
+  int64_t longYieldMs = 0; // when a yield last took long, as one soon after it would
 };
 
 void ConnectionLoop::run()
@@ -157,7 +157,7 @@ unsigned ConnectionLoop::look_for_output()
 void ConnectionLoop::let_others_run(int64_t passStart)
 {
   static const bool severalProcessors = sysconf(_SC_NPROCESSORS_ONLN) > 1;
-  if (!severalProcessors || passStart != c.lastActiveMs || passStart < yieldFromMs)
+  if (!severalProcessors || passStart != c.lastActiveMs || llabs(passStart - longYieldMs) < kNoYieldMs)
   {
     return;
   }
@@ -165,7 +165,7 @@ void ConnectionLoop::let_others_run(int64_t passStart)
   const int64_t now = now_ms();
   if (now > passStart + kLongYieldMs)
   {
-    yieldFromMs = now + kNoYieldMs;
+    longYieldMs = now;
   }
 }
 
