@@ -43,17 +43,14 @@ struct Frame
 
 Frame make_frame(std::mt19937& random, uint32_t length, uint64_t time)
 {
-  Frame frame = {{time, static_cast<uint32_t>(random() % 3), static_cast<uint32_t>(random() % 34), length},
-                 {}};
-  frame.payload.resize(length);
-  std::generate(frame.payload.begin(), frame.payload.end(),
-                [&] { return static_cast<unsigned char>(random()); });
+  Frame frame = {{time, uint32_t(random() % 3), uint32_t(random() % 34), length}, Bytes(length)};
+  std::generate(frame.payload.begin(), frame.payload.end(), [&] { return uint8_t(random()); });
   return frame;
 }
 
-bool same_info(const FrameInfo_t& a, const FrameInfo_t& b)
+bool bit(uint32_t bits, uint32_t n)
 {
-  return memcmp(&a, &b, sizeof a) == 0;
+  return n < 32 && (bits & (1U << n)) != 0;
 }
 
 // What is stored, told from where each frame lies in the area.
@@ -64,6 +61,11 @@ struct Model
     Frame frame;
     int64_t offset;
     uint32_t seq;
+
+    uint64_t time() const
+    {
+      return frame.info.timeStamp;
+    }
   };
   struct Reader
   {
@@ -80,13 +82,11 @@ struct Model
 
   void drop_in(int64_t from, int64_t to)
   {
-    const auto in = [&](int64_t at)
+    for (int64_t at; !live.empty(); live.pop_front())
     {
-      return from < to ? at >= from && at <= to : at <= to || at >= from;
-    };
-    while (!live.empty() && in(live.front().offset))
-    {
-      live.pop_front();
+      at = live.front().offset;
+      if (!(from < to ? at >= from && at <= to : at <= to || at >= from))
+        break;
     }
   }
 
@@ -102,91 +102,59 @@ struct Model
       const int64_t oldest = live.front().offset;
       if (live.size() > 1 &&
           (at == 0 ? oldest >= end || oldest < length : oldest >= end && oldest <= at + length))
-      {
         drop_in(end, at + length);
-      }
     }
     if (live.size() == nodes)
-    {
       drop_in(live.front().offset, live.front().offset + live.front().frame.info.length);
-    }
     live.push_back({frame, at, seq});
   }
 
   // The reader's next frame; says what the buffer should have said.
-  const Placed* next(Reader& reader, const char* name, int code, bool sayHead,
-                     std::vector<std::string>& lines)
+  const Placed* next(Reader& reader, const std::string& call, int code, std::vector<std::string>& lines)
   {
-    const auto line = [&](const char* which, const Placed& placed)
-    {
-      lines.push_back("2 CCommBuffer::" + std::string(name) + which +
-                      std::to_string(placed.frame.info.timeStamp) + "\n");
-    };
-    const Placed* found = nullptr;
-    if (live.empty())
-    {
+    if (live.empty() || reader.last >= live.back().seq)
       return nullptr;
-    }
-    if (reader.last == 0)
-    {
-      found = &live.front();
-      if (sayHead)
-      {
-        line(": head: ", *found);
-      }
-    }
-    else if (reader.last < live.front().seq)
-    {
-      found = &live.back();
-      line(": tail: ", *found);
+    const bool isNew = reader.last == 0;
+    const bool isLapped = !isNew && reader.last < live.front().seq;
+    const Placed& found = isNew      ? live.front()
+                          : isLapped ? live.back()
+                                     : live[reader.last + 1 - live.front().seq];
+    if (isLapped || (isNew && call == "MultiRead"))
+      lines.push_back("2 CCommBuffer::" + call + (isNew ? ": head: " : ": tail: ") +
+                      std::to_string(found.time()) + "\n");
+    if (isLapped)
       lines.push_back("overrun " + std::to_string(code));
-    }
-    else if (reader.last < live.back().seq)
-    {
-      found = &live[reader.last + 1 - live.front().seq];
-    }
-    reader.last = found != nullptr ? found->seq : reader.last;
-    return found;
+    reader.last = found.seq;
+    return &found;
   }
 };
 
-enum Kind
-{
-  KindRead,
-  KindMulti,
-  KindEx,
-  KindMap
-};
-
-void check_read(CCommBuffer& buffer, Model& model, Model::Reader& reader, Kind kind, int max, uint32_t mask)
+void check_read(CCommBuffer& buffer, Model& model, Model::Reader& reader, const std::string& call, int max,
+                uint32_t mask)
 {
   static Bytes out(1 << 20);
   std::vector<FrameInfo_t> infos(64);
   int outLen = -1;
   said.clear();
   const int id = reader.id;
-  const int got = kind == KindRead    ? buffer.Read(id, out.data(), infos.data())
-                  : kind == KindMulti ? buffer.MultiRead(id, out.data(), infos.data(), max)
-                  : kind == KindEx    ? buffer.MultiReadEx(id, out.data(), infos.data(), max, mask, &outLen)
-                                      : buffer.MapRead(id, out.data(), infos.data(), max);
-  const char* name = kind == KindRead ? "Read" : kind == KindMap ? "MapRead" : "MultiRead";
-  const int code = kind == KindRead ? 0 : kind == KindMap ? 2 : 1;
+  const bool one = call == "Read";
+  const bool ex = call == "MultiReadEx";
+  const bool map = call == "MapRead";
+  const int got = one   ? buffer.Read(id, out.data(), infos.data())
+                  : ex  ? buffer.MultiReadEx(id, out.data(), infos.data(), max, mask, &outLen)
+                  : map ? buffer.MapRead(id, out.data(), infos.data(), max)
+                        : buffer.MultiRead(id, out.data(), infos.data(), max);
+  const int code = one ? 0 : map ? 2 : 1;
   std::vector<std::string> lines;
   Bytes bytes;
   int count = 0;
-  while (const Model::Placed* placed = model.next(reader, name, code, code == 1, lines))
+  while (const Model::Placed* placed = model.next(reader, ex ? "MultiRead" : call, code, lines))
   {
     const FrameInfo_t& info = placed->frame.info;
-    const auto bit = [](uint32_t bits, uint32_t n)
-    {
-      return n < 32 && (bits & (1U << n)) != 0;
-    };
-    if ((kind == KindEx && !bit(mask, info.frameClass)) ||
-        (kind == KindMap && !(bit(reader.classes, info.frameClass) && bit(reader.types, info.frameType))))
-    {
+    if ((ex && !bit(mask, info.frameClass)) ||
+        (map && !(bit(reader.classes, info.frameClass) && bit(reader.types, info.frameType))))
       continue;
-    }
-    if (kind == KindEx)
+    if (ex)
     {
       uint32_t words[] = {0, 0, 0xAA55AA55, info.frameType, info.frameClass, info.length};
       memcpy(words, &info.timeStamp, 8);
@@ -194,39 +162,27 @@ void check_read(CCommBuffer& buffer, Model& model, Model::Reader& reader, Kind k
       bytes.insert(bytes.end(), raw, raw + 24);
     }
     bytes.insert(bytes.end(), placed->frame.payload.begin(), placed->frame.payload.end());
-    ASSERT_TRUE(same_info(infos[static_cast<size_t>(count)], info));
-    if (++count >= max || kind == KindRead)
-    {
+    ASSERT_EQ(memcmp(&infos[static_cast<size_t>(count)], &info, sizeof info), 0);
+    if (++count >= max || one)
       break;
-    }
   }
   ASSERT_EQ(got, count);
   ASSERT_EQ(said, lines);
   ASSERT_TRUE(std::equal(bytes.begin(), bytes.end(), out.begin()));
-  ASSERT_EQ(outLen, kind == KindEx ? static_cast<int>(bytes.size()) : -1);
+  ASSERT_EQ(outLen, ex ? static_cast<int>(bytes.size()) : -1);
 }
 
 void check_seek(CCommBuffer& buffer, Model& model, Model::Reader& reader, bool byTime, unsigned int amount)
 {
-  ASSERT_EQ(buffer.Seek(reader.id, byTime, amount), model.live.empty() ? -1 : 0);
-  if (model.live.empty())
-  {
+  const std::deque<Model::Placed>& live = model.live;
+  ASSERT_EQ(buffer.Seek(reader.id, byTime, amount), live.empty() ? -1 : 0);
+  if (live.empty())
     return;
-  }
-  size_t at = model.live.size() - 1;
-  const uint64_t newest = model.live.back().frame.info.timeStamp;
-  if (!byTime)
-  {
-    at -= std::min<size_t>(at, amount);
-  }
-  else
-  {
-    while (at > 0 && newest - model.live[at].frame.info.timeStamp < uint64_t(amount) * 1000000)
-    {
-      at--;
-    }
-  }
-  reader.last = model.live[at].seq;
+  size_t at = live.size() - 1;
+  while (at > 0 && (byTime ? live.back().time() - live[at].time() < uint64_t(amount) * 1000000
+                           : live.size() - 1 - at < amount))
+    at--;
+  reader.last = live[at].seq;
 }
 
 void check_left(CCommBuffer& buffer, const Model& model, const Model::Reader& reader)
@@ -236,17 +192,14 @@ void check_left(CCommBuffer& buffer, const Model& model, const Model::Reader& re
   const int left = buffer.GetLeft(reader.id, &oldest, &newest);
   const bool behind = model.live.empty() || reader.last < model.live.front().seq;
   ASSERT_EQ(left, behind ? 0 : static_cast<int>(model.live.back().seq - reader.last + 1));
-  const auto seconds = [](const Model::Placed& placed)
-  {
-    return static_cast<unsigned int>(placed.frame.info.timeStamp / 1000000);
-  };
-  ASSERT_EQ(oldest, model.live.empty() ? 0 : seconds(model.live.front()));
-  ASSERT_EQ(newest, model.live.empty() ? 0 : seconds(model.live.back()));
+  ASSERT_EQ(oldest, model.live.empty() ? 0 : uint32_t(model.live.front().time() / 1000000));
+  ASSERT_EQ(newest, model.live.empty() ? 0 : uint32_t(model.live.back().time() / 1000000));
 }
 } // namespace
 
 TEST(FrameBuffer, MatchesAModelUnderRandomFramesReadersMasksAndSeeks)
 {
+  const char* const calls[] = {"Read", "MultiRead", "MultiReadEx", "MapRead"};
   for (unsigned int seed = 1; seed <= 6; seed++)
   {
     std::mt19937 random(seed);
@@ -275,7 +228,7 @@ TEST(FrameBuffer, MatchesAModelUnderRandomFramesReadersMasksAndSeeks)
         const auto length = step / 200 % 3 == 0   ? 1 + random() % 3500
                             : step / 200 % 3 == 1 ? 1 + random() % 300
                                                   : 1000;
-        Frame frame = make_frame(random, static_cast<uint32_t>(length), time += random() % 2000000);
+        Frame frame = make_frame(random, static_cast<uint32_t>(length), time += random() % 4 * 500000);
         ASSERT_EQ(CCommBuffer::Write(&frame.info, reinterpret_cast<char*>(frame.payload.data()), &buffer), 0);
         model.put(frame);
       }
@@ -283,7 +236,7 @@ TEST(FrameBuffer, MatchesAModelUnderRandomFramesReadersMasksAndSeeks)
       {
         const auto mask = static_cast<uint32_t>(random());
         ASSERT_NO_FATAL_FAILURE(
-            check_read(buffer, model, reader, Kind(random() % 4), int(random() % 8) - 1, mask));
+            check_read(buffer, model, reader, calls[random() % 4], int(random() % 8) - 1, mask));
       }
       else if (what == 8 && random() % 3 == 0)
       {
@@ -314,9 +267,7 @@ TEST(FrameBuffer, FramesOfAnySizeAreReadWholeOrNotAtAll)
       const uint32_t length = i < 10 ? meeting[i] : i % 40 < 3 ? 0 : any;
       written.push_back(make_frame(random, length, static_cast<uint64_t>(i) + 1));
       if (i == 20)
-      {
         written.back().info.length = 0xFFFFFFFF; // the payload is not that long: it must not be touched
-      }
       ASSERT_EQ(buffer.PutData(written.back().payload.data(), &written.back().info), 0);
       // From the oldest frame on: a new reader sees everything that is stored.
       const int all = buffer.Register(0, 0);
@@ -325,9 +276,8 @@ TEST(FrameBuffer, FramesOfAnySizeAreReadWholeOrNotAtAll)
       for (int k = 0; k < count; k++)
       {
         const Frame& frame = written[static_cast<size_t>(infos[k].timeStamp - 1)];
-        ASSERT_TRUE(same_info(frame.info, infos[k]));
-        ASSERT_TRUE(std::equal(frame.payload.begin(), frame.payload.end(), at))
-            << "size " << size << " frame " << i;
+        ASSERT_EQ(memcmp(&frame.info, &infos[k], sizeof frame.info), 0);
+        ASSERT_TRUE(std::equal(frame.payload.begin(), frame.payload.end(), at)) << size << " " << i;
         at += frame.payload.size();
       }
       const bool storable = size >= 1024 && i != 20 && static_cast<int>(length) <= size;
@@ -364,11 +314,10 @@ TEST(FrameBuffer, ReadersOnOtherThreadsSeeWholeFramesInOrder)
 {
   CCommBuffer buffer(64 * 1024, nullptr, nullptr);
   constexpr uint64_t total = 20000;
-  std::vector<std::thread> readers;
-  readers.reserve(3);
-  for (int r = 0; r < 3; r++)
+  std::thread readers[3];
+  for (std::thread& reader : readers)
   {
-    readers.emplace_back(
+    reader = std::thread(
         [&, id = buffer.Register(0, 0)]
         {
           Bytes out(8192);
@@ -376,9 +325,7 @@ TEST(FrameBuffer, ReadersOnOtherThreadsSeeWholeFramesInOrder)
           for (uint64_t last = 0; last < total; last = info.timeStamp)
           {
             while (buffer.Read(id, out.data(), &info) == 0)
-            {
               std::this_thread::yield();
-            }
             ASSERT_GT(uint64_t(info.timeStamp), last);
             const auto mark = static_cast<unsigned char>(info.timeStamp);
             ASSERT_EQ(std::count(out.begin(), out.begin() + info.length, mark), info.length);
@@ -394,7 +341,5 @@ TEST(FrameBuffer, ReadersOnOtherThreadsSeeWholeFramesInOrder)
     std::this_thread::yield();
   }
   for (std::thread& reader : readers)
-  {
     reader.join();
-  }
 }

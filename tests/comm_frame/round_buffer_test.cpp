@@ -1,12 +1,11 @@
 #include <devcomm/round_buffer.h>
 
-#include <gtest/gtest.h>
+#include "support/measure.h"
 
 #include <climits>
 #include <cstring>
 #include <memory>
 #include <random>
-#include <string>
 #include <thread>
 
 namespace
@@ -34,9 +33,7 @@ int64_t get(RoundBufMng& buffer, UserType_e user = UserType_Live)
   FrameInfo_t info;
   const int result = buffer.GetFrameFromBuffer(user, &frame, &info);
   if (result != 0)
-  {
     return result;
-  }
   const std::string payload(reinterpret_cast<char*>(frame), info.length);
   EXPECT_EQ(payload, std::string(info.length, static_cast<char>(info.timeStamp)));
   EXPECT_EQ(info.frameClass, 7U);
@@ -64,8 +61,7 @@ TEST(RoundBuffer, AReaderThatKeepsUpGetsEveryFrameWholeLapAfterLap)
   for (int64_t number = 1, next = 1; number <= 50000; number++)
   {
     // Long frames end laps by room, short ones by the table.
-    put(*buffer, static_cast<uint64_t>(number),
-        static_cast<uint32_t>(random() % (number / 20000 % 2 == 0 ? 2000 : 3)));
+    put(*buffer, uint64_t(number), uint32_t(random() % (number / 20000 % 2 == 0 ? 2000 : 3)));
     for (; number % 5 == 0 && next <= number; next++)
     {
       ASSERT_EQ(buffer->GetLeftFrameCount(UserType_Live), number - next + 1);
@@ -80,9 +76,7 @@ TEST(RoundBuffer, ALappedReaderIsToldOnceAndGetsTheNewest)
   auto buffer = make_buffer(1000);
   buffer->ResetUserInfo(UserType_Live);
   for (uint64_t number = 1; number <= 25; number++)
-  {
     put(*buffer, number, 100);
-  }
   EXPECT_EQ(get(*buffer), -1);
   EXPECT_EQ(get(*buffer), 25);
   EXPECT_EQ(get(*buffer), -2);
@@ -90,9 +84,7 @@ TEST(RoundBuffer, ALappedReaderIsToldOnceAndGetsTheNewest)
   auto table = make_buffer(1 << 20);
   table->ResetUserInfo(UserType_Live);
   for (uint64_t number = 1; number <= 6000; number++)
-  {
     put(*table, number, 1, number == 1);
-  }
   EXPECT_EQ(get(*table), -2); // exactly one lap behind looks like caught up
   put(*table, 6001, 1);
   EXPECT_EQ(table->GetLeftFrameCount(UserType_Live), 1);
@@ -103,11 +95,9 @@ TEST(RoundBuffer, ALappedReaderIsToldOnceAndGetsTheNewest)
 TEST(RoundBuffer, StartsAtKeyFrames)
 {
   auto buffer = make_buffer(1 << 20);
-  testing::internal::CaptureStderr();
+  CaptureStderr();
   for (uint64_t number = 1; number <= 300; number++)
-  {
     put(*buffer, number, 10, number % 10 == 1 ? 1 : number % 10 == 2 ? 257 : 0); // 257 is no key frame
-  }
   EXPECT_EQ(start_and_get(*buffer, StartGetFrame_Latest), 291);
   EXPECT_EQ(start_and_get(*buffer, StartGetFrame_GoBack, 3), 271);
   EXPECT_EQ(start_and_get(*buffer, StartGetFrame_GoBack, 40), 151);
@@ -115,9 +105,7 @@ TEST(RoundBuffer, StartsAtKeyFrames)
   EXPECT_EQ(get(*buffer), 1);
 
   for (uint64_t number = 301; number <= 991; number++)
-  {
     put(*buffer, number, 10, number == 301 || number == 302 ? 1 : 0);
-  }
   buffer->CalculateReadIndexByTime(UserType_Live, 13);
   EXPECT_EQ(get(*buffer), 191);
   EXPECT_EQ(start_and_get(*buffer, StartGetFrame_Resume),
@@ -126,7 +114,7 @@ TEST(RoundBuffer, StartsAtKeyFrames)
   put(*buffer, 992, 10);
   put(*buffer, 993, 10);
   EXPECT_EQ(start_and_get(*buffer, StartGetFrame_Resume), 302); // 801 behind
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(GetCapturedStderr(),
             "Iframeindex = 29, I frame index = 290\nIframeindex = 31, I frame index = 301\n");
 }
 
@@ -134,9 +122,7 @@ TEST(RoundBuffer, GoingBackOverTheStartOfTheRingTakesItToBe49Long)
 {
   auto buffer = make_buffer(550);
   for (uint64_t number = 1; number <= 107; number++)
-  {
     put(*buffer, number, 10, 1); // 52 of them in this lap; the ring starts anew at number 101
-  }
   EXPECT_EQ(start_and_get(*buffer, StartGetFrame_GoBack, 7), 101);
   EXPECT_EQ(start_and_get(*buffer, StartGetFrame_GoBack, 8), 99);
 }
@@ -169,7 +155,7 @@ TEST(RoundBuffer, FillersWriteInPlaceAndNothingLongerThanTheAreaIsStored)
 
 TEST(RoundBuffer, OddPositionsAndCountsStayWithinTheTables)
 {
-  testing::internal::CaptureStderr();
+  CaptureStderr();
   for (const uint32_t type : {0U, 1U})
   {
     auto buffer = make_buffer(100);
@@ -189,7 +175,7 @@ TEST(RoundBuffer, OddPositionsAndCountsStayWithinTheTables)
       put(*buffer, number, 30, type);
     }
   }
-  testing::internal::GetCapturedStderr();
+  GetCapturedStderr();
 }
 
 TEST(RoundBuffer, WithItsLockOnThreadsMaySeekAndReadBesideTheWriter)
@@ -200,20 +186,16 @@ TEST(RoundBuffer, WithItsLockOnThreadsMaySeekAndReadBesideTheWriter)
       [&]
       {
         for (uint64_t number = 1; number <= 20000; number++)
-        {
           put(*buffer, number, 64, number % 25 == 1);
-        }
       });
-  testing::internal::CaptureStderr();
+  CaptureStderr();
   for (FrameInfo_t info = {}; info.timeStamp < 20000;)
   {
     unsigned char* frame = nullptr;
     if (buffer->GetFrameFromBuffer(UserType_Live, &frame, &info) == -2)
-    {
       buffer->StartGetFrame(UserType_Live, StartGetFrame_GoBack, 1);
-    }
     EXPECT_LE(buffer->GetLeftFrameCount(UserType_Live), 6000);
   }
-  testing::internal::GetCapturedStderr();
+  GetCapturedStderr();
   writer.join();
 }

@@ -1,48 +1,34 @@
 #include <devcomm/shm_ring.h>
 
 #include "support/fault_runs.h"
+#include "support/measure.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <random>
-#include <string>
 #include <sys/prctl.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
-// A key of this test's own; segment and lock file go when it ends.
-class ShmRing : public testing::Test
+// A key of this test's own; segment and lock file go when it ends. The ring's lines show when it failed.
+struct ShmRing : testing::Test
 {
-protected:
-  const int key = 0x5A000000 + static_cast<int>(getpid());
-
-  void TearDown() override
+  ShmRing()
+  {
+    CaptureStdout();
+  }
+  ~ShmRing() override
   {
     shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
     unlink(("/tmp/ShmBuf_lock_" + std::to_string(key)).c_str());
+    const std::string text = GetCapturedStdout();
+    printf("%s", HasFailure() ? text.c_str() : "");
   }
-};
-
-// Keeps the ring's lines out of the output of a test that holds.
-struct Quiet
-{
-  Quiet()
-  {
-    testing::internal::CaptureStdout();
-  }
-  ~Quiet()
-  {
-    const std::string text = testing::internal::GetCapturedStdout();
-    printf("%s", testing::Test::HasFailure() ? text.c_str() : "");
-  }
+  const int key = 0x5A000000 + static_cast<int>(getpid());
 };
 
 // Every byte of a record tells its number and its length.
@@ -64,9 +50,7 @@ pid_t start_process(Work work)
   {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (;;)
-    {
       work();
-    }
   }
   return process;
 }
@@ -88,7 +72,6 @@ TEST_F(ShmRing, RecordsOfAnyLengthComeBackThroughAnotherObjectAndLapsAreTold)
   CCommShmBuffer writer(key, 152 + 1000);
   CCommShmBuffer reader(key, 99999); // keeps the size it finds
   unsigned char out[2000];
-  testing::internal::CaptureStdout();
   EXPECT_EQ(reader.UserRegisterEx(0) + reader.UserRegisterEx(11), -2);
   EXPECT_EQ(reader.UserRead(3, out, sizeof out), -1);
   EXPECT_EQ(reader.UserRegisterEx(3), 0);
@@ -109,17 +92,16 @@ TEST_F(ShmRing, RecordsOfAnyLengthComeBackThroughAnotherObjectAndLapsAreTold)
   EXPECT_EQ(reader.GetLeftNums(3), 0);    // two readers: the third entry is not searched
   EXPECT_EQ(reader.UserUnRegister(3), 0); // nor here
   for (unsigned int number = 2; number < 5; number++)
-  {
     write(writer, make_record(number, 470));
-  }
   EXPECT_EQ(reader.UserRead(1, out, sizeof out), -3);
   EXPECT_EQ(reader.UserRegisterEx(1), 0);
   EXPECT_EQ(reader.UserRead(1, out, sizeof out), 0);
   EXPECT_EQ(write(writer, make_record(9, 5000)), 5000); // longer than the ring
   EXPECT_EQ(reader.UserRead(1, out, sizeof out), -3);
   EXPECT_EQ(reader.UserUnRegister(1), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "-------userid:1 GetLeftNums 3000 2999 -------\n"
-                                                    "----- userid:1 have exist!--------\n");
+  EXPECT_EQ(GetCapturedStdout(), "-------userid:1 GetLeftNums 3000 2999 -------\n"
+                                 "----- userid:1 have exist!--------\n");
+  CaptureStdout();
 
   shmid_ds segment{};
   shmctl(shmget(key, 0, 0), IPC_STAT, &segment);
@@ -136,7 +118,6 @@ TEST_F(ShmRing, AScribbledHeaderOrRecordNeverLeadsOutOfTheSegment)
   constexpr size_t page = 4096; // the segment is mapped up to there
   constexpr char outside = '\xA5';
   std::mt19937 random(7);
-  const Quiet quiet;
   for (size_t run = 0; run < 4000; run++)
   {
     CCommShmBuffer ring(key, size);
@@ -151,9 +132,7 @@ TEST_F(ShmRing, AScribbledHeaderOrRecordNeverLeadsOutOfTheSegment)
     const char values[] = {'\0', '\xFF', '\x7F', '\x80'};
     base[run < 152 * 4 ? run / 4 : random() % 352] = values[run % 4];
     for (size_t more = run % 8; run >= 152 * 4 && more > 0; more--)
-    {
       base[random() % 352] = static_cast<char>(random() % 0xA0);
-    }
     CCommShmBuffer late(key, 0);
     for (CCommShmBuffer* object : {&ring, &late})
     {
@@ -185,9 +164,7 @@ TEST_F(ShmRing, WhatAWriterSpoiltBeforeItDiedIsNoRecord)
   ring.UserRegisterEx(1);
   ring.UserRegisterEx(2);
   for (unsigned int number = 1; number <= 10; number++)
-  {
     write(ring, make_record(number, 88)); // 100 bytes with its header
-  }
   EXPECT_EQ(ring.UserRead(1, out, 88), 88);
   EXPECT_EQ(ring.UserRead(2, out, 88) + ring.UserRead(2, out, 88) + ring.UserRead(2, out, 88), 3 * 88);
 
@@ -207,7 +184,6 @@ TEST_F(ShmRing, WhatAWriterSpoiltBeforeItDiedIsNoRecord)
 TEST_F(ShmRing, SurvivesWritersKilledAtAnyMoment)
 {
   CCommShmBuffer ring(key, 152 + 300000);
-  const Quiet quiet;
   ring.UserRegisterEx(2);
   std::string out(300000, 0);
   auto* bytes = reinterpret_cast<unsigned char*>(out.data());
@@ -249,7 +225,6 @@ TEST_F(ShmRing, SurvivesWritersKilledAtAnyMoment)
 TEST_F(ShmRing, SurvivesReadersKilledAtAnyMoment)
 {
   CCommShmBuffer ring(key, 152 + 300000);
-  const Quiet quiet;
   ring.UserRegisterEx(1);
   std::string out(60000, 0);
   auto* bytes = reinterpret_cast<unsigned char*>(out.data());
@@ -265,8 +240,7 @@ TEST_F(ShmRing, SurvivesReadersKilledAtAnyMoment)
         });
     for (auto left = random() % 50 + 1; left > 0; left--)
     {
-      const std::string record =
-          make_record(static_cast<unsigned int>(left), 1 + static_cast<unsigned int>(random() % 30000));
+      const std::string record = make_record(unsigned(left), 1 + unsigned(random() % 30000));
       write(ring, record);
       ASSERT_EQ(ring.UserRead(1, bytes, 60000), static_cast<int>(record.size()));
       ASSERT_EQ(memcmp(bytes, record.data(), record.size()), 0);
@@ -296,9 +270,7 @@ TEST_F(ShmRing, AreaCopiesWrapAndRefuseWhatDoesNotFit)
   EXPECT_EQ(WriteShm(area, 9, 10, nullptr, 0), 9);
   const int wrong[][2] = {{11, 1}, {-1, 1}, {0, -1}, {0, 21}, {10, 11}, {0, INT_MAX}};
   for (const auto& [pos, n] : wrong)
-  {
     EXPECT_EQ(WriteShm(area, pos, 10, word, n) + ReadShm(area, pos, 10, back, n), -2);
-  }
   EXPECT_EQ(WriteShm(nullptr, 0, 10, word, 1), -1);
   const int fd = open("/dev/null", O_RDWR | O_CLOEXEC);
   EXPECT_EQ(WriteLockShm(fd, area, 7, 10, word, 6), 0);
