@@ -17,17 +17,10 @@ namespace
 using Bytes = std::vector<unsigned char>;
 
 // The output is exactly as large as the result, so that a sanitizer sees one byte more.
-Bytes encoded(Bytes in, size_t size)
+Bytes converted(decltype(bb_encode) convert, Bytes in, size_t size)
 {
   Bytes out(size);
-  EXPECT_EQ(bb_encode(in.data(), static_cast<int>(in.size()), out.data(), 0), static_cast<int>(size));
-  return out;
-}
-
-Bytes decoded(Bytes in, size_t size)
-{
-  Bytes out(size);
-  EXPECT_EQ(bb_decode(in.data(), static_cast<int>(in.size()), out.data(), 0), static_cast<int>(size));
+  EXPECT_EQ(convert(in.data(), static_cast<int>(in.size()), out.data(), 0), static_cast<int>(size));
   return out;
 }
 
@@ -46,11 +39,11 @@ TEST(Codec, EscapesKnownFrames)
 {
   const Bytes frame = {0x7E, 0x30, 0x7E, 0x08, 0x7D, 0x55, 0x7E};
   const Bytes wire = {0x7E, 0x30, 0x7D, 0x02, 0x08, 0x7D, 0x01, 0x55, 0x7E};
-  EXPECT_EQ(encoded(frame, wire.size()), wire);
-  EXPECT_EQ(decoded(wire, frame.size()), frame);
-  EXPECT_EQ(decoded({0x7E, 0x7D, 0x03, 0x7E}, 4), (Bytes{0x7E, 0x7D, 0x03, 0x7E}));
-  EXPECT_EQ(decoded({0x7E, 0x7D, 0x7D, 0x02, 0x7E}, 4), (Bytes{0x7E, 0x7D, 0x7E, 0x7E}));
-  EXPECT_EQ(decoded({0x7E, 0x7D, 0x02}, 2), (Bytes{0x7E, 0x7E})) << "a pair instead of the closing flag";
+  EXPECT_EQ(converted(bb_encode, frame, wire.size()), wire);
+  EXPECT_EQ(converted(bb_decode, wire, frame.size()), frame);
+  EXPECT_EQ(converted(bb_decode, {0x7E, 0x7D, 0x03, 0x7E}, 4), (Bytes{0x7E, 0x7D, 0x03, 0x7E}));
+  EXPECT_EQ(converted(bb_decode, {0x7E, 0x7D, 0x7D, 0x02, 0x7E}, 4), (Bytes{0x7E, 0x7D, 0x7E, 0x7E}));
+  EXPECT_EQ(converted(bb_decode, {0x7E, 0x7D, 0x02}, 2), (Bytes{0x7E, 0x7E})); // a pair for the closing flag
 
   Bytes two = {1, 2};
   Bytes out = {9, 9, 9};
@@ -69,18 +62,15 @@ TEST(Codec, FastEscapingEqualsThePlainLoopForEveryDensity)
     {
       Bytes body(size);
       for (unsigned char& c : body)
-      {
         c = static_cast<unsigned char>(random() % 256 < special ? 0x7D + random() % 2 : random());
-      }
       Bytes plain(2 * size);
       EscapeCursor at = escape_plain(body.data(), static_cast<int>(size) - 1, plain.data(), {1, 1});
       plain[0] = body[0];
       plain[static_cast<size_t>(at.out)] = body.back();
       plain.resize(static_cast<size_t>(at.out) + 1);
-      ASSERT_EQ(encoded(body, plain.size()), plain);
-      ASSERT_EQ(decoded(plain, size), body);
-      ASSERT_EQ(bb_decode(plain.data(), static_cast<int>(plain.size()), plain.data(), 0),
-                static_cast<int>(size));
+      ASSERT_EQ(converted(bb_encode, body, plain.size()), plain);
+      ASSERT_EQ(converted(bb_decode, plain, size), body);
+      ASSERT_EQ(bb_decode(plain.data(), int(plain.size()), plain.data(), 0), int(size));
       plain.resize(size);
       ASSERT_EQ(plain, body) << "in place";
     }

@@ -1,19 +1,16 @@
 #include <devcomm/digest.h>
 
 #include "comm_data/sha256_blocks.h"
+#include "support/signal_storm.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <pthread.h>
 #include <random>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace
@@ -21,15 +18,13 @@ namespace
 
 using Bytes = std::vector<unsigned char>;
 
+constexpr char kMd5OfAbc[] = "900150983cd24fb0d6963f7d28e17f72";
+
 std::string hex(const unsigned char* bytes, size_t size)
 {
-  std::string text;
+  char text[65] = "";
   for (size_t i = 0; i < size; ++i)
-  {
-    char pair[3];
-    snprintf(pair, sizeof pair, "%02x", bytes[i]);
-    text += pair;
-  }
+    snprintf(text + 2 * i, 3, "%02x", bytes[i]);
   return text;
 }
 
@@ -52,9 +47,7 @@ Bytes random_bytes(size_t size)
   std::mt19937 random(3);
   Bytes bytes(size);
   for (unsigned char& c : bytes)
-  {
     c = static_cast<unsigned char>(random());
-  }
   return bytes;
 }
 
@@ -66,6 +59,7 @@ TEST(Digest, PublishedVectors)
   EXPECT_EQ(md5("message digest"), "f96b697d7cb7938d525a2f31aaf161d0");
   EXPECT_EQ(md5("12345678901234567890123456789012345678901234567890123456789012345678901234567890"),
             "57edf4a22be3c955ac49da2e2107b67a");
+  EXPECT_EQ(md5(std::string(56, 'a')), "3b0c8ac703f828b04c6c197006d17218"); // no room for its length
   EXPECT_EQ(sha("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   EXPECT_EQ(sha(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
   EXPECT_EQ(sha("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
@@ -79,8 +73,7 @@ TEST(Digest, PiecesOfEverySizeEqualOnePiece)
   Bytes data = random_bytes(1000);
   for (size_t total : {0U, 55U, 56U, 63U, 64U, 119U, 120U, 1000U})
   {
-    unsigned char whole[32];
-    sha256(data.data(), total, whole);
+    const std::string text(data.begin(), data.begin() + static_cast<int>(total));
     std::string whole_md5;
     for (size_t piece = 1; piece <= 130; ++piece)
     {
@@ -96,11 +89,10 @@ TEST(Digest, PiecesOfEverySizeEqualOnePiece)
       }
       unsigned char digest[32];
       MD5Final(digest, &m);
-      const std::string text = hex(digest, 16);
-      ASSERT_EQ(text, whole_md5.empty() ? text : whole_md5) << piece;
-      whole_md5 = text;
+      whole_md5 = piece == 1 ? hex(digest, 16) : whole_md5;
+      ASSERT_EQ(hex(digest, 16), whole_md5) << total << " in " << piece;
       sha256_final(&s, digest);
-      ASSERT_EQ(memcmp(digest, whole, 32), 0) << total << " in " << piece;
+      ASSERT_EQ(hex(digest, 32), sha(text)) << total << " in " << piece;
     }
   }
 }
@@ -109,9 +101,7 @@ TEST(Digest, ProcessorInstructionsEqualPortableCode)
 {
   const Sha256Blocks accelerated = sha256_blocks_accelerated();
   if (accelerated == nullptr)
-  {
     GTEST_SKIP() << "this processor has no SHA instructions";
-  }
   const Bytes data = random_bytes(64 * 20 + 1);
   unsigned int a[8];
   unsigned int b[8];
@@ -166,16 +156,15 @@ TEST(Digest, NoPadShowsWholeBlocksOnly)
 
 TEST(Digest, TextsOfBuffersAndFiles)
 {
-  const char* abc = "900150983cd24fb0d6963f7d28e17f72";
   char text[33];
   EXPECT_EQ(GetMd5FromData("abc", 3, text), 0);
-  EXPECT_STREQ(text, abc);
+  EXPECT_STREQ(text, kMd5OfAbc);
   EXPECT_EQ(GetMd5FromData("abc", 0, text), -1);
-  EXPECT_EQ(CompareMd5Data("abc", 3, (std::string(abc) + "and more").c_str()), 0);
+  EXPECT_EQ(CompareMd5Data("abc", 3, (std::string(kMd5OfAbc) + "and more").c_str()), 0);
   EXPECT_EQ(CompareMd5Data("abc", 3, "900150983CD24FB0D6963F7D28E17F72"), -2);
   EXPECT_EQ(CompareMd5Data("abc", 3, "9001"), -2);
   EXPECT_EQ(CompareMd5Data("abc", 3, nullptr), -1);
-  EXPECT_EQ(CompareMd5Data(nullptr, 3, abc), -1);
+  EXPECT_EQ(CompareMd5Data(nullptr, 3, kMd5OfAbc), -1);
 
   char path[] = "/tmp/digest_test_XXXXXX";
   const int fd = mkstemp(path);
@@ -183,7 +172,7 @@ TEST(Digest, TextsOfBuffersAndFiles)
   memcpy(data.data(), "abc", 3);
   ASSERT_EQ(write(fd, data.data(), data.size()), static_cast<ssize_t>(data.size()));
   close(fd);
-  EXPECT_EQ(CompareMd5File(path, 3, abc), 0);
+  EXPECT_EQ(CompareMd5File(path, 3, kMd5OfAbc), 0);
   for (unsigned limit : {0U, 8192U, 8193U, 20000U, 30000U})
   {
     const unsigned size = limit == 0 || limit > 20000 ? 20000 : limit;
@@ -192,34 +181,22 @@ TEST(Digest, TextsOfBuffersAndFiles)
   }
   unlink(path);
   EXPECT_EQ(GetMd5FromFile(path, 0, text), -1);
-  EXPECT_EQ(CompareMd5File(path, 0, abc), -1);
+  EXPECT_EQ(CompareMd5File(path, 0, kMd5OfAbc), -1);
 }
 
 TEST(Digest, ASignalDoesNotCutAPipeShort)
 {
-  struct sigaction quiet = {};
-  struct sigaction before = {};
-  quiet.sa_handler = [](int) {
-  }; // and no SA_RESTART
-  sigaction(SIGUSR1, &quiet, &before);
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  const pthread_t reader = pthread_self();
+  const SignalStorm storm;
   std::thread writer(
-      [reader, ends]
+      [ends]
       {
-        for (int i = 0; i < 30; ++i)
-        {
-          usleep(1000);
-          pthread_kill(reader, SIGUSR1);
-        }
+        usleep(30000);
         EXPECT_EQ(write(ends[1], "abc", 3), 3);
         close(ends[1]);
       });
-  EXPECT_EQ(CompareMd5File(("/proc/self/fd/" + std::to_string(ends[0])).c_str(), 0,
-                           "900150983cd24fb0d6963f7d28e17f72"),
-            0);
+  EXPECT_EQ(CompareMd5File(("/proc/self/fd/" + std::to_string(ends[0])).c_str(), 0, kMd5OfAbc), 0);
   writer.join();
   close(ends[0]);
-  sigaction(SIGUSR1, &before, nullptr);
 }

@@ -2,29 +2,20 @@
 
 #include "support/scratch_folder.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <mntent.h>
-#include <string>
 #include <unistd.h>
 #include <vector>
 
 namespace
 {
 
-class File : public testing::Test
+struct File : testing::Test
 {
-protected:
-  char* path()
-  {
-    return m_path.data();
-  }
-
   ScratchFolder m_folder;
   std::string m_path = m_folder.path + "/f";
+  char* const path = m_path.data();
 };
 
 std::string whole(char* path)
@@ -50,21 +41,21 @@ TEST_F(File, WritesAppendsAndReadsBack)
   char text[] = "hello";
   char buf[16] = {};
   int len = -1;
-  EXPECT_EQ(whole(path()), "null");
-  EXPECT_EQ(questions(path()), (std::vector<long long>{-1, 0, -1, 0}));
-  EXPECT_EQ(filetobufwithbuf(buf, 4, &len, path()), -1);
+  EXPECT_EQ(whole(path), "null");
+  EXPECT_EQ(questions(path), (std::vector<long long>{-1, 0, -1, 0}));
+  EXPECT_EQ(filetobufwithbuf(buf, 4, &len, path), -1);
 
-  EXPECT_EQ(buffertofile(text, 0, path()), 0);
-  EXPECT_EQ(whole(path()), "");
-  EXPECT_EQ(buffertofile(text, 5, path()), 0);
-  EXPECT_EQ(bufferaddfile(text, 2, path()), 0);
-  EXPECT_EQ(bufferaddfile(text, -1, path()), -1);
-  EXPECT_EQ(buffertofile(text, -1, path()), -1);
-  EXPECT_EQ(whole(path()), "hellohe");
-  EXPECT_EQ(questions(path()), (std::vector<long long>{7, 7, 0, 1}));
-  EXPECT_TRUE(filetobufwithbuf(buf, 3, &len, path()) == 0 && len == 3);
+  EXPECT_EQ(buffertofile(text, 0, path), 0);
+  EXPECT_EQ(whole(path), "");
+  EXPECT_EQ(buffertofile(text, 5, path), 0);
+  EXPECT_EQ(bufferaddfile(text, 2, path), 0);
+  EXPECT_EQ(bufferaddfile(text, -1, path), -1);
+  EXPECT_EQ(buffertofile(text, -1, path), -1);
+  EXPECT_EQ(whole(path), "hellohe");
+  EXPECT_EQ(questions(path), (std::vector<long long>{7, 7, 0, 1}));
+  EXPECT_TRUE(filetobufwithbuf(buf, 3, &len, path) == 0 && len == 3);
   EXPECT_STREQ(buf, "hel");
-  EXPECT_TRUE(filetobufwithbuf(buf, 16, &len, path()) == 0 && len == 7);
+  EXPECT_TRUE(filetobufwithbuf(buf, 16, &len, path) == 0 && len == 7);
 }
 
 TEST_F(File, SurvivesFilesThatTellWrongSizes)
@@ -84,34 +75,34 @@ TEST_F(File, SurvivesFilesThatTellWrongSizes)
   EXPECT_EQ(buffertofile(buf, 5, full), -1) << "shows only at closing";
   EXPECT_EQ(bufferaddfile(buf, 5, full), -1);
 
-  const int fd = open(path(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+  const int fd = open(path, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
   const bool sparse = ftruncate(fd, 5LL << 30) == 0;
   close(fd);
   if (sparse)
   {
-    EXPECT_EQ(questions(path()), (std::vector<long long>{5LL << 30, 5LL << 30, 0, 1}));
-    EXPECT_EQ(get_disk_size(path()), 5ULL << 30);
-    EXPECT_EQ(whole(path()), "null");
-    EXPECT_EQ(filetobufwithbuf(buf, 5, &len, path()), 0);
+    EXPECT_EQ(questions(path), (std::vector<long long>{5LL << 30, 5LL << 30, 0, 1}));
+    EXPECT_EQ(get_disk_size(path), 5ULL << 30);
+    EXPECT_EQ(whole(path), "null");
+    EXPECT_EQ(filetobufwithbuf(buf, 5, &len, path), 0);
   }
 }
 
 TEST_F(File, MakesDirectories)
 {
-  EXPECT_EQ(dir_is_exist(path()), -1);
-  EXPECT_EQ(make_dir(path()), 0);
-  EXPECT_EQ(make_dir(path()), 0) << "is there";
-  EXPECT_EQ(dir_is_exist(path()), 0);
-  EXPECT_EQ(make_not_exist_dir(path()), 0);
+  EXPECT_EQ(dir_is_exist(path), -1);
+  EXPECT_EQ(make_dir(path), 0);
+  EXPECT_EQ(make_dir(path), 0) << "is there";
+  EXPECT_EQ(dir_is_exist(path), 0);
+  EXPECT_EQ(make_not_exist_dir(path), 0);
   std::string deep = m_path + "/a/b";
   EXPECT_EQ(make_dir(deep.data()), -1);
 
-  rmdir(path());
+  rmdir(path);
   char c = 'x';
-  ASSERT_EQ(buffertofile(&c, 1, path()), 0);
-  EXPECT_EQ(make_dir(path()), 0) << "exists, if only as a file";
+  ASSERT_EQ(buffertofile(&c, 1, path), 0);
+  EXPECT_EQ(make_dir(path), 0) << "exists, if only as a file";
   testing::internal::CaptureStderr();
-  EXPECT_EQ(make_not_exist_dir(path()), -1);
+  EXPECT_EQ(make_not_exist_dir(path), -1);
   EXPECT_EQ(make_not_exist_dir(deep.data()), -1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "opendir: Not a directory\nmake_dir: Not a directory\n");
 }
@@ -120,7 +111,7 @@ TEST_F(File, LooksUpMounts)
 {
   unsigned long long total = 1;
   unsigned long long avail = 1;
-  EXPECT_LT(get_mnt_size(path(), &total, &avail), 0);
+  EXPECT_LT(get_mnt_size(path, &total, &avail), 0);
   EXPECT_EQ(total + avail, 0U);
   EXPECT_EQ(get_mnt_size(m_folder.path.data(), &total, &avail), 0);
   EXPECT_GT(total, 0U);
@@ -133,19 +124,17 @@ TEST_F(File, LooksUpMounts)
 
 TEST_F(File, AsksBlockDevicesForTheirSize)
 {
-  const int fd = open(path(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+  const int fd = open(path, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
   ASSERT_EQ(ftruncate(fd, 3 << 20), 0);
   close(fd);
-  EXPECT_EQ(get_disk_size(path()), 3U << 20) << "a plain file by its end";
+  EXPECT_EQ(get_disk_size(path), 3U << 20) << "a plain file by its end";
   FILE* setup = popen(("losetup --show -f " + m_path + " 2>/dev/null").c_str(), "r");
   ASSERT_NE(setup, nullptr);
   char device[64] = {};
   const bool made = fgets(device, sizeof device, setup) != nullptr;
   pclose(setup);
   if (!made)
-  {
     GTEST_SKIP() << "no right to set up a loop device";
-  }
   device[strcspn(device, "\n")] = '\0';
   EXPECT_EQ(get_disk_size(device), 3U << 20);
   EXPECT_EQ(system((std::string("losetup -d ") + device).c_str()), 0);

@@ -1,6 +1,6 @@
 #include <devcomm/text.h>
 
-#include <gtest/gtest.h>
+#include "support/measure.h"
 
 #include <algorithm>
 #include <cstring>
@@ -15,18 +15,14 @@ TEST(Text, MemfindEqualsASlowSearch)
     std::vector<char> text(random() % 300);
     std::vector<char> what(1 + random() % (round % 2 == 0 ? 4 : 40));
     for (auto* bytes : {&text, &what})
-    {
-      std::generate(bytes->begin(), bytes->end(),
-                    [&] { return static_cast<char>(0xFE + random() % letters); });
-    }
+      std::generate(bytes->begin(), bytes->end(), [&] { return char(0xFE + random() % letters); });
     if (random() % 2 == 0 && text.size() > what.size())
     {
       const size_t at = random() % (text.size() - what.size());
       memcpy(what.data(), &text[at], what.size());
     }
     const auto slow = std::search(text.begin(), text.end(), what.begin(), what.end());
-    const char* place =
-        memfind(text.data(), static_cast<int>(text.size()), what.data(), static_cast<int>(what.size()));
+    const char* place = memfind(text.data(), int(text.size()), what.data(), int(what.size()));
     ASSERT_EQ(place, slow == text.end() ? nullptr : &*slow);
   }
 }
@@ -90,18 +86,17 @@ TEST(Text, PrintsDumpsAndLocatedLines)
 {
   unsigned char bytes[17];
   memset(bytes, 0xA5, sizeof bytes);
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   printbufhex(bytes, 17);
   printbufhex(bytes, 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "\nA5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 \nA5 \n\n");
+  EXPECT_EQ(GetCapturedStdout(), "\nA5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 A5 \nA5 \n\n");
 
   const std::string longest(5000, 'f');
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(print_function_line("a.cpp", "f", 7, "%d%%\n", 5), 0);
   print_function_line("a.cpp", "f", 7, "%s", longest.c_str());
   print_function_line(longest.c_str(), "f", 7, "%d", 1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  EXPECT_EQ(GetCapturedStdout(),
             "a.cpp, f, 7: 5%\n" + ("a.cpp, f, 7: " + longest).substr(0, 4095) + longest.substr(0, 4095));
 }
 
@@ -127,9 +122,7 @@ TEST(Regex, FindsGroupsAndIterates)
   int matches = 0;
   int pos = 0;
   for (; pair.MatchNext("aaxa", nullptr, 0, pos) == 1; ++matches)
-  {
     ASSERT_LT(matches, 10) << "empty matches must move on";
-  }
   EXPECT_EQ(matches, 5); // a at 0, x at 2, and nothing at 1, 3 and the end
 }
 
@@ -145,9 +138,7 @@ TEST(Regex, SurvivesPatternsThatDoNotCompile)
   const std::string deep(100000, '(');
   for (const char* huge :
        {deep.c_str(), "(a?){30000}", "((a?){200}){0,200}", "(((a{1,255}){1,255})*){1,255}"})
-  {
     EXPECT_EQ(regex.Compile(huge, CRegex::Extended), -1) << "would overflow the stack";
-  }
   EXPECT_EQ(regex.Compile("([0-9a-f]{4}:){7}[0-9a-f]{4}", CRegex::Extended), 0);
   EXPECT_EQ(regex.Compile("^b$", CRegex::NewLine), 0);
   EXPECT_STREQ(regex.ErrorText(), "");

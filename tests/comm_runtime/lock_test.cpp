@@ -1,26 +1,20 @@
 #include <devcomm/lock.h>
 
 #include "support/scratch_folder.h"
+#include "support/signal_storm.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <cerrno>
-#include <csignal>
-#include <string>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {
 
-class FileLock : public testing::Test
+struct FileLock : testing::Test
 {
-protected:
   bool is_free() const
   {
     const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
@@ -83,24 +77,18 @@ TEST_F(FileLock, ExcludesOtherObjectsAndProcessesUntilTheScopeEnds)
 
 TEST_F(FileLock, ASignalDoesNotEndTheWait)
 {
-  struct sigaction action = {};
-  struct sigaction before = {};
-  action.sa_handler = [](int) {
-  };
-  sigaction(SIGUSR1, &action, &before);
   CFileLock holder(path.data());
   CFileLock waiter(path.data());
   holder.Lock();
-  std::atomic<int> result{1};
-  std::thread waiting([&] { result = waiter.Lock(); });
-  for (int i = 0; i < 20; ++i)
-  {
-    usleep(1000);
-    pthread_kill(waiting.native_handle(), SIGUSR1);
-  }
-  EXPECT_EQ(result, 1);
-  holder.Unlock();
-  waiting.join();
-  EXPECT_EQ(result, 0);
-  sigaction(SIGUSR1, &before, nullptr);
+  const SignalStorm storm;
+  std::atomic<bool> released{false};
+  std::thread releaser(
+      [&]
+      {
+        usleep(20000);
+        released = true;
+        holder.Unlock();
+      });
+  EXPECT_TRUE(waiter.Lock() == 0 && released);
+  releaser.join();
 }

@@ -41,9 +41,7 @@ void note(int sig)
   raise(SIGTERM);
   const pid_t child = fork();
   if (child == 0)
-  {
     _exit(0);
-  }
   const bool reaped_by_itself = waitpid(child, nullptr, 0) == -1 && errno == ECHILD;
   _exit(g_seen == SIGTERM && reaped_by_itself ? 0 : 1);
 }
@@ -54,9 +52,7 @@ void note(int sig)
 {
   SignalRegister(nullptr);
   if (signal(sig, SIG_DFL) == SignalHandler)
-  {
     SignalHandler(sig);
-  }
   _exit(1);
 }
 

@@ -1,12 +1,9 @@
 #include <devcomm/thread.h>
 
-#include <gtest/gtest.h>
+#include "support/measure.h"
 
 #include <atomic>
-#include <string>
 #include <thread>
-
-#include <unistd.h>
 
 namespace
 {
@@ -18,13 +15,9 @@ public:
   {
     runs++;
     while (GetStatus() != 0 && !leave)
-    {
       usleep(200);
-    }
     if (leave)
-    {
       ExitSelf();
-    }
     ended++;
     return nullptr;
   }
@@ -52,9 +45,7 @@ void* stop_from_inside(void* arg)
 void wait_for(const std::atomic<int>& counter, int value)
 {
   while (counter < value)
-  {
     usleep(50);
-  }
 }
 
 } // namespace
@@ -62,7 +53,7 @@ void wait_for(const std::atomic<int>& counter, int value)
 TEST(CommonCthread, StartsOnceStopsAndStartsAgain)
 {
   Body body;
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(body.Stop(), 0); // idle: silent
   EXPECT_EQ(body.Start(std::string(70, 'x').c_str()), 0);
   EXPECT_EQ(body.name, std::string(63, 'x'));
@@ -78,9 +69,8 @@ TEST(CommonCthread, StartsOnceStopsAndStartsAgain)
   EXPECT_EQ(body.Stop(), 0);
   EXPECT_EQ(body.Start(nullptr, nullptr, "no body"), -1);
   EXPECT_TRUE(body.idle());
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "thread alread running, pid=0, tid=" + tid + ", name=second\n" +
-                "thread stop ok, mothed=join able\nthread stop ok, mothed=join able\n");
+  EXPECT_EQ(GetCapturedStdout(), "thread alread running, pid=0, tid=" + tid + ", name=second\n" +
+                                     "thread stop ok, mothed=join able\nthread stop ok, mothed=join able\n");
 
   body.SetStatus(5);
   body.Stop();
@@ -89,12 +79,12 @@ TEST(CommonCthread, StartsOnceStopsAndStartsAgain)
 
 TEST(CommonCthread, TheDefaultBodyCounts)
 {
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   CommonCthread plain;
   plain.Start("plain");
   usleep(100000); // into the first sleep
   plain.Stop();
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  EXPECT_EQ(GetCapturedStdout(),
             "thread init\nthread count 0\nthread uninit\nthread stop ok, mothed=join able\n");
 }
 
@@ -105,7 +95,7 @@ TEST(CommonCthread, ALosingStopWaitsForTheStatusAndALosingExitLeavesAtOnce)
   body.stopLock.Lock();
   body.ExitSelf();
   EXPECT_FALSE(body.idle());
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   std::thread clearer(
       [&]
       {
@@ -115,15 +105,15 @@ TEST(CommonCthread, ALosingStopWaitsForTheStatusAndALosingExitLeavesAtOnce)
   EXPECT_EQ(body.Stop(), 0);
   EXPECT_EQ(body.Stop(), 0); // status is 0 already: nothing to wait for, nothing printed
   clearer.join();
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "CommonCthread thread (held) stopping ...\n"
-                                                    "CommonCthread thread (held) stopping ...\n");
+  EXPECT_EQ(GetCapturedStdout(), "CommonCthread thread (held) stopping ...\n"
+                                 "CommonCthread thread (held) stopping ...\n");
   body.stopLock.Unlock();
   body.Stop();
 }
 
 TEST(CommonCthread, StopAndExitMayRaceAndTheThreadMayStopItself)
 {
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   for (int round = 0; round < 200; ++round)
   {
     Body body;
@@ -139,5 +129,5 @@ TEST(CommonCthread, StopAndExitMayRaceAndTheThreadMayStopItself)
   EXPECT_EQ(body.Start(stop_from_inside, &body, "self"), 0);
   wait_for(body.ended, 1);
   EXPECT_TRUE(body.idle());
-  testing::internal::GetCapturedStdout();
+  GetCapturedStdout();
 }

@@ -1,14 +1,11 @@
 #include <devcomm/watchdog.h>
 
-#include <gtest/gtest.h>
+#include "support/measure.h"
 
 #include <array>
 #include <atomic>
 #include <ctime>
-#include <string>
 #include <thread>
-
-#include <unistd.h>
 
 namespace
 {
@@ -24,9 +21,7 @@ time_t wait_for_next_second()
 {
   const time_t start = time(nullptr);
   while (time(nullptr) == start)
-  {
     usleep(1000);
-  }
   return time(nullptr);
 }
 
@@ -41,16 +36,14 @@ TEST(Watchdog, WarnsThreeTimesThenReportsDeadUntilFed)
   EXPECT_EQ(disabled, late + 1);
   EXPECT_EQ(dogs->EnableDog(disabled, 0), 0);
 
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   std::list<CHECK_DOG_INFO_S> dead;
   for (int pass = 0; pass < 3; ++pass)
-  {
     EXPECT_EQ(dogs->CheckDog(dead), 0);
-  }
   EXPECT_TRUE(dead.empty());
   EXPECT_EQ(dogs->CheckDog(dead), 1);
   EXPECT_EQ(dogs->CheckDog(), 1);
-  const std::string text = testing::internal::GetCapturedStdout();
+  const std::string text = GetCapturedStdout();
   ASSERT_EQ(dead.size(), 1u);
   EXPECT_EQ(dead.front().id, late);
   EXPECT_EQ(dead.front().name, std::string(31, 'd'));
@@ -80,15 +73,14 @@ TEST(Watchdog, IsOverdueStrictlyAfterTheTimeout)
   const time_t start = wait_for_next_second();
   const int zero = register_dog("zero", 0);
   const int one = register_dog("one", 1);
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   dogs->CheckDog();
   wait_for_next_second();
   dogs->CheckDog();
   dogs->FeedDog(zero);
   dogs->CheckDog();
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "dog[" + std::to_string(zero) + ", zero] May Be Dead: last time=" + std::to_string(start) +
-                ", nowtime=" + std::to_string(start + 1) + "\n");
+  EXPECT_EQ(GetCapturedStdout(), "dog[" + std::to_string(zero) + ", zero] May Be Dead: last time=" +
+                                     std::to_string(start) + ", nowtime=" + std::to_string(start + 1) + "\n");
   dogs->DeregisterDog(zero);
   dogs->DeregisterDog(one);
 }
@@ -113,12 +105,8 @@ TEST(Watchdog, DogsComeAndGoWhileASupervisorChecks)
         });
   }
   while (left > 0)
-  {
     failures += CCommDog::Instance()->CheckDog();
-  }
   for (std::thread& thread : watched)
-  {
     thread.join();
-  }
   EXPECT_EQ(failures, 0);
 }
