@@ -1,14 +1,13 @@
 #include <devcomm/gps.h>
 #include <devcomm/nmea.h>
 
-#include <gtest/gtest.h>
+#include "support/measure.h"
 
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <random>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -83,11 +82,9 @@ TEST(Gps, DistancesEqualTheIndependentCalculation)
 
   EXPECT_EQ(gps_calc_angle(350, 10), 20);
   EXPECT_EQ(gps_calc_angle(0, 180), 180);
-  testing::internal::CaptureStderr();
+  CaptureStderr();
   EXPECT_EQ(gps_calc_distance(nullptr, &pairs[0].p), 0);
-  EXPECT_NE(
-      testing::internal::GetCapturedStderr().find("  >ERROR, assert failed (source/comm_gps/gps.cpp:837)"),
-      std::string::npos);
+  EXPECT_EQ(occurrences(GetCapturedStderr(), "  >ERROR, assert failed (source/comm_gps/gps.cpp:837)"), 1);
   gps_point_t none = {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()};
   gps_point_t far = {1e300, -1e300};
   gps_calc_distance(&none, &far);
@@ -147,8 +144,7 @@ TEST(Gps, CombinesThePositionIntoASentence)
   EXPECT_EQ(nmea_parse_GPRMC(valid.data(), static_cast<int>(valid.size()), &rmc), 1);
   EXPECT_TRUE(rmc.lat == 3606.6834 && rmc.speed == 123.4 && rmc.utc.year == 100 && rmc.utc.day == 29);
 
-  EXPECT_EQ(combine("GPRMC", {'A', 65535, 65535, -1e300, 1e300}, 3e38F).size(), 130U)
-      << "cut, then the checksum";
+  EXPECT_EQ(combine("GPRMC", {'A', 65535, 65535, -1e300, 1e300}, 3e38F).size(), 130U); // cut
   EXPECT_EQ(combine(std::string(200, 'h').c_str(), {'V', 0, 0, 0, 0}, 1).size(), 200U + 44);
   char out[16] = "";
   EXPECT_EQ(nmea_Combine("GPRMC", 0, nullptr, out, 1), -1);
@@ -159,10 +155,10 @@ TEST(Gps, ConsoleTestParsesItsSamples)
   char name[] = "test_gps";
   char test[] = "test";
   char* with_test[] = {name, test, nullptr};
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   test_gps(2, with_test);
   test_gps(1, with_test);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+  EXPECT_EQ(GetCapturedStdout(),
             "parse ok\nparse ok\nparse ok\nparse ok\nparse ok\nparse ok\nparse ok\nparse ok\n"
             "    gpgga\n    gpgll\n    gpgsa\n    gpgsv\n    gprmc\n    gpvtg\n    h/?\n");
 }

@@ -1,16 +1,12 @@
 #include <devcomm/nmea.h>
 
-#include <gtest/gtest.h>
+#include "support/measure.h"
 
 #include <climits>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <memory>
 #include <random>
-#include <string>
-#include <unistd.h>
 
 namespace
 {
@@ -22,49 +18,31 @@ int below(int limit)
   return static_cast<int>(random_numbers() % static_cast<unsigned>(limit));
 }
 
-// A heap copy of exactly the text's size, so that the address sanitizer sees a read beyond it.
-struct Exact
-{
-  explicit Exact(const std::string& text) : bytes(new char[text.size()]), len(static_cast<int>(text.size()))
-  {
-    memcpy(bytes.get(), text.data(), text.size());
-  }
-  std::unique_ptr<char[]> bytes;
-  int len;
-};
-
 // Parses and folds whatever the text is said to be; -1 when it is of no kind that is parsed.
 int take(const std::string& text, _nmeaINFO* info)
 {
-  const Exact line(text);
-  const auto parse_and_fold = [&](auto record, auto parse, auto fold)
+  const std::unique_ptr<char[]> line(new char[text.size()]); // so that a sanitizer sees its end
+  memcpy(line.get(), text.data(), text.size());
+  const int len = static_cast<int>(text.size());
+  const auto fold = [&](auto record, auto parse, auto to_info)
   {
-    return parse(line.bytes.get(), line.len, &record) == 1 && fold(&record, info) == 1 ? 1 : 0;
+    return parse(line.get(), len, &record) == 1 && to_info(&record, info) == 1 ? 1 : 0;
   };
-  switch (nmea_pack_type(line.bytes.get(), line.len))
-  {
-  case NMEA_RMC:
-    return parse_and_fold(_nmeaGPRMC(), nmea_parse_GPRMC, nmea_GPRMC2info);
-  case NMEA_GSA:
-    return parse_and_fold(_nmeaGPGSA(), nmea_parse_GPGSA, nmea_GPGSA2info);
-  case NMEA_GSV:
-    return parse_and_fold(_nmeaGPGSV(), nmea_parse_GPGSV, nmea_GPGSV2info);
-  case NMEA_GGA:
-    return parse_and_fold(_nmeaGPGGA(), nmea_parse_GPGGA, nmea_GPGGA2info);
-  case NMEA_VTG:
-    return parse_and_fold(_nmeaGPVTG(), nmea_parse_GPVTG, nmea_GPVTG2info);
-  default:
-    return -1;
-  }
+  const int type = nmea_pack_type(line.get(), len);
+  return type == NMEA_RMC   ? fold(_nmeaGPRMC(), nmea_parse_GPRMC, nmea_GPRMC2info)
+         : type == NMEA_GSA ? fold(_nmeaGPGSA(), nmea_parse_GPGSA, nmea_GPGSA2info)
+         : type == NMEA_GSV ? fold(_nmeaGPGSV(), nmea_parse_GPGSV, nmea_GPGSV2info)
+         : type == NMEA_GGA ? fold(_nmeaGPGGA(), nmea_parse_GPGGA, nmea_GPGGA2info)
+         : type == NMEA_VTG ? fold(_nmeaGPVTG(), nmea_parse_GPVTG, nmea_GPVTG2info)
+                            : -1;
 }
 
 int take_with_line(const std::string& text, const char* expected)
 {
   _nmeaINFO info = {};
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   const int taken = take(text, &info);
-  fflush(stdout);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), expected) << text;
+  EXPECT_EQ(GetCapturedStdout(), expected) << text;
   return taken;
 }
 
@@ -94,14 +72,12 @@ TEST(Nmea, ReadsSentencesIntoOneSummary)
   EXPECT_EQ(take("$GPGSV,3,3,10,29,07,074,,30,07,163,28*7D", &info), 1);
   EXPECT_EQ(take("$GPGSA,A,3,14,15,05,99,30,,,,,,,,2.1,1.2,1.7*3D\r\n", &info), 1);
   EXPECT_EQ(take("$GNGGA,123519.50,3937.3032,S,11611.6046,E,1,05,2.0,45.9,M,-5.7,M,,0000*77\r\n", &info), 1);
-  EXPECT_EQ(info.satinfo.inview, 10);
-  EXPECT_EQ(info.satinfo.inuse, 4);
+  EXPECT_TRUE(info.satinfo.inview == 10 && info.satinfo.inuse == 4 && info.smask == 14);
   EXPECT_TRUE(info.satinfo.sat[1].in_use == 1 && info.satinfo.sat[3].in_use == 0);
   EXPECT_TRUE(info.satinfo.sat[9].id == 30 && info.satinfo.sat[9].sig == 28 && info.satinfo.sat[8].sig == 0);
   EXPECT_TRUE(info.fix == 3 && info.PDOP == 2.1 && info.HDOP == 2.0 && info.VDOP == 1.7);
   EXPECT_TRUE(info.lat == -3937.3032 && info.lon == 11611.6046 && info.elv == 45.9 && info.sig == 1);
   EXPECT_TRUE(info.utc.hour == 12 && info.utc.sec == 19 && info.utc.hsec == 50 && info.utc.year == 0);
-  EXPECT_EQ(info.smask, 14);
 
   EXPECT_EQ(take("$GPRMC,010101.130,A,3606.6834,N,12021.7778,W,25.0,238.3,010807,,,", &info), 1);
   EXPECT_TRUE(info.utc.year == 107 && info.utc.mon == 7 && info.utc.day == 1 && info.utc.hsec == 130);
@@ -112,8 +88,7 @@ TEST(Nmea, ReadsSentencesIntoOneSummary)
   EXPECT_TRUE(info.sig == 2 && info.fix == 2);
   EXPECT_EQ(take("$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K*48\r\n", &info), 1);
   EXPECT_TRUE(info.speed == 10.2 && info.direction == 54.7 && info.declination == 34.4);
-  EXPECT_EQ(info.smask, 31);
-  EXPECT_EQ(info.reserved, 77);
+  EXPECT_TRUE(info.smask == 31 && info.reserved == 77);
 
   EXPECT_EQ(take_with_line("$GPVTG,054.7,,034.4,M,005.5,N,010.2,K*48", ""), 0);
   EXPECT_EQ(take_with_line("$GPVTG,054.7,T,034.4,M", "GPVTG parse error!\n"), 0);
@@ -146,9 +121,9 @@ TEST(Nmea, KeepsSatellitesInsideTheirPlaces)
   nmea_GPGSA2info(&gsa, &info);
   EXPECT_TRUE(info.satinfo.inview == -5 && info.satinfo.inuse == 0);
 
-  testing::internal::CaptureStderr();
+  CaptureStderr();
   EXPECT_EQ(nmea_parse_GPGSA(nullptr, 3, &gsa) + nmea_GPVTG2info(nullptr, &info), 0);
-  const std::string report = testing::internal::GetCapturedStderr();
+  const std::string report = GetCapturedStderr();
   EXPECT_NE(report.find("  >ERROR, assert failed (source/comm_gps/nmea_parse.cpp:408)"), std::string::npos);
   EXPECT_NE(report.find("source/comm_gps/nmea_fold.cpp:693)"), std::string::npos);
 }
@@ -215,10 +190,7 @@ TEST(Nmea, WritesWithinItsBuffer)
 // What the parsers make of these is open; that they stay inside their buffers is not.
 TEST(Nmea, SurvivesEveryPrefixEveryFlippedBitAndOverlongFields)
 {
-  fflush(stdout);
-  const int console = dup(STDOUT_FILENO);
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  dup2(nowhere, STDOUT_FILENO);
+  CaptureStdout();
   _nmeaINFO info = {};
   int whole = 0;
   for (int round = 0; round < 1000; round++)
@@ -240,9 +212,6 @@ TEST(Nmea, SurvivesEveryPrefixEveryFlippedBitAndOverlongFields)
       take(std::string("$GP") + kind + "," + std::string(10000, filler) + ",A,1,N,1,E,1,1,010101,1,W,A",
            &info);
   }
-  fflush(stdout);
-  dup2(console, STDOUT_FILENO);
-  close(console);
-  close(nowhere);
+  GetCapturedStdout();
   EXPECT_EQ(whole, 1000);
 }
