@@ -25,11 +25,6 @@ std::string text_of(const Record& record)
   return std::string(record->buffer, record->buffer + record->length);
 }
 
-const unsigned char* bytes(const std::string& text)
-{
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
-
 /// What readline takes off, "-" for null.
 std::string line_of(ExpandBuffer* buf)
 {
@@ -83,7 +78,8 @@ TEST(ByteBuffer, BothFormsFollowAPlainStringThroughRandomOperations)
       const size_t at = random() % model.size();
       const std::string what = model.substr(at, 1 + n % 9) + (n % 7 == 0 ? "z" : "");
       const size_t place = model.find(what);
-      const unsigned char* found = queue.Find(bytes(what), static_cast<unsigned>(what.size()));
+      const auto* key = reinterpret_cast<const unsigned char*>(what.data());
+      const unsigned char* found = queue.Find(key, static_cast<unsigned>(what.size()));
       ASSERT_EQ(found == nullptr ? std::string::npos : static_cast<size_t>(found - queue.Buffer()), place);
     }
     else
@@ -116,8 +112,7 @@ TEST(ByteBuffer, GrowsByDoublingPrintsItAndReclaimsTheFrontFirst)
   CaptureStdout();
   ExpandBuffer_Dec(buf, 200);
   EXPECT_EQ(ExpandBuffer_expand(buf, 100), 0); // 200 consumed bytes are enough
-  EXPECT_EQ(buf->misalign, 0U);
-  EXPECT_EQ(buf->totallen, 256U);
+  EXPECT_TRUE(buf->misalign == 0 && buf->totallen == 256);
   EXPECT_EQ(GetCapturedStdout(), ""); // moving alone prints nothing
 
   fill(buf, text);
@@ -140,10 +135,11 @@ TEST(ByteBuffer, GrowsByDoublingPrintsItAndReclaimsTheFrontFirst)
 
   const Record fresh = make_record();
   buf = fresh.get();
-  EXPECT_EQ(ExpandBuffer_find(buf, bytes("x"), 1), nullptr);
+  const unsigned char key = 'x';
+  EXPECT_EQ(ExpandBuffer_find(buf, &key, 1), nullptr);
   EXPECT_EQ(ExpandBuffer_expand(buf, 300), 0);
   EXPECT_EQ(buf->totallen, 512U);
-  EXPECT_EQ(ExpandBuffer_find(buf, bytes("x"), 0), nullptr);
+  EXPECT_EQ(ExpandBuffer_find(buf, &key, 0), nullptr);
 }
 
 TEST(ByteBuffer, AppendsItsOwnBytesAndMovesOtherBuffers)
@@ -177,10 +173,9 @@ TEST(ByteBuffer, FormatsTextsOfAnyLength)
   EXPECT_EQ(record->totallen, 2048U);
   EXPECT_EQ(ExpandBuffer_add_printf(record.get(), "%s%d", longText.c_str(), 7), 5001);
   // A text that fills the space to the byte has no room for its NUL and goes round again.
-  const uint32_t space = 8192 - 5006;
+  constexpr int space = 8192 - 5006;
   ASSERT_EQ(record->totallen, 8192U);
-  EXPECT_EQ(ExpandBuffer_add_printf(record.get(), "%*s", static_cast<int>(space), "!"),
-            static_cast<int>(space));
+  EXPECT_EQ(ExpandBuffer_add_printf(record.get(), "%*s", space, "!"), space);
   EXPECT_EQ(text_of(record), "42-x;" + longText + "7" + std::string(space - 1, ' ') + "!");
 }
 
@@ -229,15 +224,14 @@ TEST(ByteBuffer, ReadsAndWritesDescriptorsByOneCallEach)
   for (int fd : {fds[1], pair[1]})
     EXPECT_EQ(error_of([&] { return queue.Write(fd); }), EPIPE);
   sigset_t pipeSignal;
-  sigset_t before;
   sigemptyset(&pipeSignal);
   sigaddset(&pipeSignal, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
+  pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
   raise(SIGPIPE);
   EXPECT_EQ(queue.Write(fds[1]), -1);
   const timespec atOnce{};
   EXPECT_EQ(sigtimedwait(&pipeSignal, nullptr, &atOnce), SIGPIPE);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_sigmask(SIG_UNBLOCK, &pipeSignal, nullptr);
   EXPECT_EQ(queue.Length(), 6000U);
   close(fds[1]);
   close(pair[1]);

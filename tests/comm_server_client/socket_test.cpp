@@ -3,8 +3,6 @@
 #include "support/measure.h"
 #include "support/signal_storm.h"
 
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/resource.h>

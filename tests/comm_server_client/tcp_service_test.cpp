@@ -79,7 +79,7 @@ TEST(TcpConnection, EndsWithOneCloseForEveryReason)
       {SERVICE_STATE_IDLE, "SIC", 0},
       {SERVICE_STATE_RECV, "SIRC", 1}, // only the results given to RECV and SEND are reported
       {SERVICE_STATE_SEND, "SIRIWC", 1}};
-  for (const auto& [refused, steps, reports] : refusals)
+  for (const auto& [refused, steps, lines] : refusals)
   {
     Events events([&refused = refused](SERVICE_STATE_E state, const std::string& data, tcp_server_st*,
                                        tcp_client_st* client)
@@ -89,8 +89,7 @@ TEST(TcpConnection, EndsWithOneCloseForEveryReason)
     link.peer.Send("x");
     EXPECT_TRUE(events.Wait('C'));
     EXPECT_TRUE(link.peer.Receive(2).size() < 2 && link.peer.AtEnd());
-    EXPECT_EQ(occurrences(GetCapturedStderr(), "WARNING, assert failed (source/comm_server_client/"),
-              reports);
+    EXPECT_EQ(occurrences(GetCapturedStderr(), "WARNING, assert failed (source/comm_server_client/"), lines);
     EXPECT_EQ(events.Steps(), steps);
   }
 

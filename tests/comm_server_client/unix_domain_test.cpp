@@ -57,7 +57,7 @@ int answer(int sock, sockaddr_un* from, unsigned* fromLen, char* data, int len, 
   const std::string zeros(4352 - got.size() + 1, '\0');
   EXPECT_EQ(std::string(data + len, zeros.size()), zeros);
   std::string text = std::to_string(len) + ":" + got;
-  const int sent = SendUnixDomainDataToAddr(sock, from, fromLen, text.data(), static_cast<int>(text.size()));
+  const int sent = SendUnixDomainDataToAddr(sock, from, fromLen, text.data(), int(text.size()));
   EXPECT_TRUE(*fromLen > 0 || sent == -1);
   *fromLen = 0; // what a callback leaves here must not reach the next receive
   if (arg != nullptr)
@@ -69,31 +69,28 @@ int answer(int sock, sockaddr_un* from, unsigned* fromLen, char* data, int len, 
 struct Listener
 {
   explicit Listener(std::string path, void* arg = nullptr)
-      : handle(StartUnixDomainListen(path.data(), answer, arg)),
-        record(static_cast<unix_domain_listen_st*>(handle))
+      : record(static_cast<unix_domain_listen_st*>(StartUnixDomainListen(path.data(), answer, arg)))
   {
     EXPECT_TRUE(eventually([&] { return relaxed_load(record->sock) > 0; }));
   }
   ~Listener()
   {
-    EXPECT_EQ(StopUnixDomainListen(handle), 0);
+    EXPECT_EQ(StopUnixDomainListen(record), 0);
   }
-  void* handle;
   unix_domain_listen_st* record;
 };
 
 int say(const std::string& path, std::string text)
 {
-  return SendUnixDomainDataToName(text.data(), static_cast<int>(text.size()), path.c_str(), 5, 0, 0, nullptr,
-                                  nullptr);
+  return SendUnixDomainDataToName(text.data(), int(text.size()), path.c_str(), 5, 0, 0, nullptr, nullptr);
 }
 
 /// The answer, at most room bytes of it; "-1" when there is none.
 std::string ask(const std::string& path, std::string text, int timeoutUs = 900000, int room = 8192)
 {
   std::string reply(static_cast<size_t>(room), '?');
-  const int result = SendUnixDomainDataToName(text.data(), static_cast<int>(text.size()), path.c_str(), 0,
-                                              timeoutUs, 1, reply.data(), &room);
+  const int result = SendUnixDomainDataToName(text.data(), int(text.size()), path.c_str(), 0, timeoutUs, 1,
+                                              reply.data(), &room);
   reply.resize(static_cast<size_t>(room));
   return result == 0 ? reply : std::to_string(result);
 }
@@ -198,9 +195,7 @@ TEST(UnixDomain, ListenersStartAndStopAtOnceUnderTheWatchdog)
   for (std::thread& owner : owners)
     owner.join();
   for (int dog = 0; dog < 12; ++dog)
-  {
     EXPECT_EQ(CCommDog::Instance()->FeedDog(dog), -1); // every one has gone
-  }
 }
 
 TEST(UnixDomain, AListenerMayBeStoppedFromItsCallback)
@@ -222,14 +217,13 @@ TEST(UnixDomain, ASenderSaysWhyItFailedAndWaitsNoLongerThanAsked)
   const std::string path = path_in_temp("deaf");
   const std::string cannotSend = "send to " + path + " fail(";
   const std::string noReply = "wait recv " + path + " fail\n\n";
-  const auto message = [&](int sec, int usec, int wantReply, int len)
+  const auto message = [&](int sec, int usec, int wants, int len)
   {
     std::vector<char> data(static_cast<size_t>(std::max(len, 1)));
     char reply[8];
-    int replyLen = sizeof reply;
+    int room = sizeof reply;
     CaptureStdout();
-    EXPECT_EQ(
-        SendUnixDomainDataToName(data.data(), len, path.c_str(), sec, usec, wantReply, reply, &replyLen), -1);
+    EXPECT_EQ(SendUnixDomainDataToName(data.data(), len, path.c_str(), sec, usec, wants, reply, &room), -1);
     EXPECT_FALSE(own_address_is_left());
     const std::string line = GetCapturedStdout();
     return line.empty() ? line : line.substr(line.find("] ") + 2);
@@ -271,8 +265,8 @@ TEST(UnixDomain, AListenerKilledAtAnyMomentNeitherBlocksNorCheatsASender)
       const Listener listener(path);
       pause();
     }
-    ASSERT_TRUE(eventually(
-        [&] { return ask(path, "up?") == "3:up?"; })); // the file of the one killed before still lies there
+    ASSERT_TRUE(
+        eventually([&] { return ask(path, "up?") == "3:up?"; })); // over the file of the one killed before
     random = random * 1664525 + 1013904223;
     std::thread killer(
         [child, random]
