@@ -1,27 +1,22 @@
 #include <devcomm/serial_port.h>
 
+#include "support/measure.h"
 #include "support/signal_storm.h"
-
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <memory>
-#include <string>
 #include <termios.h>
-#include <unistd.h>
 
 namespace
 {
 
 termios last_settings; // of the last tcsetattr; a pseudo-terminal itself forces CS8 and drops PARENB
 
-class SerialPort : public testing::Test
+struct SerialPort : testing::Test
 {
-protected:
   void SetUp() override
   {
     m_master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -39,8 +34,7 @@ protected:
   }
   void Vanish()
   {
-    if (m_master >= 0)
-      close(m_master);
+    close(m_master);
     m_master = -1;
   }
   void Send(const std::string& text)
@@ -118,7 +112,7 @@ TEST_F(SerialPort, ReadsAndWritesOnceAndFailsOnTimeOut)
   m_port.SetSelectProp(-1, 0, 0);
   m_port.SetSelectProp(0, -1, 1);
   Send("x");
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(m_port.IORead(buf, 1), -1) << "a negative time-out is a failed wait";
   EXPECT_EQ(m_port.Write(buf, 1), -1);
   m_port.CloseCom();
@@ -127,11 +121,10 @@ TEST_F(SerialPort, ReadsAndWritesOnceAndFailsOnTimeOut)
   CCommCom never;
   EXPECT_EQ(never.Write(buf, 1) + never.Read(buf, 1) + never.IORead(buf, 1), -3);
   int len = 7;
-  testing::internal::CaptureStderr();
+  CaptureStderr();
   EXPECT_TRUE(never.ReadComWithBuf(nullptr, 9, &len) == -1 && len == 0);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "source/comm_com.cpp[351]:serial have not open!\n");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "[ERR]Write:573\n[ERR]Write:573\n[ERR]Write:561\n[ERR]Read:482\n");
+  EXPECT_EQ(GetCapturedStderr(), "source/comm_com.cpp[351]:serial have not open!\n");
+  EXPECT_EQ(GetCapturedStdout(), "[ERR]Write:573\n[ERR]Write:573\n[ERR]Write:561\n[ERR]Read:482\n");
   EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0) << "closing twice leaves descriptor 0 alone";
 }
 
@@ -156,21 +149,17 @@ TEST_F(SerialPort, SetsRatesAndFormats)
 {
   const int fd = m_port.GetPortFD();
   const tcflag_t format_bits = CSIZE | CSTOPB | PARENB | PARODD | CRTSCTS;
-  EXPECT_EQ(m_port.SetSpeed(9600), 0);
-  EXPECT_EQ(cfgetospeed(&last_settings), static_cast<speed_t>(B9600));
-  EXPECT_EQ(m_port.SetSpeed(300), 0);
-  EXPECT_EQ(cfgetispeed(&last_settings), static_cast<speed_t>(B115200)) << "a rate the class lacks";
-  EXPECT_EQ(SetComSpeed(fd, 300), 0);
-  EXPECT_EQ(cfgetospeed(&last_settings), static_cast<speed_t>(B300));
+  EXPECT_TRUE(m_port.SetSpeed(9600) == 0 && cfgetospeed(&last_settings) == B9600);
+  EXPECT_TRUE(m_port.SetSpeed(300) == 0 && cfgetispeed(&last_settings) == B115200)
+      << "a rate the class lacks";
+  EXPECT_TRUE(SetComSpeed(fd, 300) == 0 && cfgetospeed(&last_settings) == B300);
   EXPECT_EQ(SetComSpeed(fd, 1800), -1);
 
   EXPECT_EQ(m_port.SetProp(7, 2, 'O', 1), 0);
-  EXPECT_EQ(last_settings.c_cflag & format_bits,
-            static_cast<tcflag_t>(CS7 | CSTOPB | PARENB | PARODD | CRTSCTS));
+  EXPECT_EQ(last_settings.c_cflag & format_bits, tcflag_t(CS7 | CSTOPB | PARENB | PARODD | CRTSCTS));
   EXPECT_TRUE(last_settings.c_cc[VMIN] == 0 && last_settings.c_cc[VTIME] == 10);
   EXPECT_EQ(SetComParity(fd, 5, 1, 2, 0), 0);
-  EXPECT_EQ(last_settings.c_cflag & (format_bits & ~static_cast<tcflag_t>(PARODD)),
-            static_cast<tcflag_t>(CS5 | PARENB));
+  EXPECT_EQ(last_settings.c_cflag & (format_bits & ~tcflag_t(PARODD)), tcflag_t(CS5 | PARENB));
   for (int parity : {0, int{'N'}, int{'s'}})
   {
     EXPECT_EQ(m_port.SetProp(8, 1, parity, 0), 0);
@@ -182,16 +171,15 @@ TEST_F(SerialPort, SetsRatesAndFormats)
   EXPECT_EQ(last_settings.c_cflag & 0x1C00, 0x1C00U);
 
   termios untouched = last_settings;
-  testing::internal::CaptureStdout();
+  CaptureStdout();
   EXPECT_EQ(m_port.SetProp(9, 1, 0, 0) + m_port.SetProp(8, 1, 'x', 0) + m_port.SetProp(8, 3, 'N', 0), -3);
   CCommCom never;
   EXPECT_EQ(never.SetProp(8, 1, 0, 0), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "[ERR]SetProp:175\n[ERR]SetProp:206\n[ERR]SetProp:219\n[ERR]SetProp:155\n");
+  EXPECT_EQ(GetCapturedStdout(), "[ERR]SetProp:175\n[ERR]SetProp:206\n[ERR]SetProp:219\n[ERR]SetProp:155\n");
   EXPECT_EQ(memcmp(&untouched, &last_settings, sizeof untouched), 0) << "nothing was set";
 
   EXPECT_EQ(m_port.SetModeEx(), 0);
-  EXPECT_EQ(last_settings.c_cflag & (CSIZE | PARENB), static_cast<tcflag_t>(CS8));
+  EXPECT_EQ(last_settings.c_cflag & (CSIZE | PARENB), tcflag_t(CS8));
   EXPECT_EQ(last_settings.c_lflag & (ICANON | ECHO), 0U);
   EXPECT_TRUE(last_settings.c_cc[VMIN] == 1 && last_settings.c_cc[VTIME] == 0);
   EXPECT_EQ(never.SetModeEx(), -1);
@@ -207,22 +195,21 @@ TEST_F(SerialPort, PlainFunctionsCheckTheirArguments)
   EXPECT_EQ(__scom_write(fd, "hi\n", 3, nullptr), 3);
   Send("y");
   EXPECT_EQ(__scom_read(fd, large.get(), 0x100000, nullptr), 1);
-  testing::internal::CaptureStderr();
+  CaptureStderr();
   EXPECT_EQ(__scom_read(fd, large.get(), 0x100001, nullptr), -1);
   EXPECT_EQ(__scom_read(fd, &byte, 0, nullptr) + __scom_read(0, &byte, 1, nullptr), -2);
   EXPECT_EQ(__scom_write(fd, nullptr, 1, nullptr) + __scom_close(0), -2);
-  const std::string reports = testing::internal::GetCapturedStderr();
+  const std::string reports = GetCapturedStderr();
   for (const char* line : {":226)", ":240)", ":212)"})
-    EXPECT_NE(reports.find(std::string("WARNING, assert failed (source/comm_cserial_op.cpp") + line),
-              std::string::npos);
+    EXPECT_GT(occurrences(reports, std::string("WARNING, assert failed (source/comm_cserial_op.cpp") + line),
+              0);
   EXPECT_EQ(__scom_close(fd), 0);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(__scom_open("/nowhere/tty"), 0);
-  EXPECT_EQ(__scom_open(nullptr), 0);
+  CaptureStdout();
   char missing[] = "/nowhere/tty";
+  EXPECT_EQ(__scom_open(missing) + __scom_open(nullptr), 0);
   CCommCom port;
   EXPECT_EQ(port.OpenCom(missing, 0), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "err while open com, devname=/nowhere/tty\n"
-                                                    "err while open com, devname=(null)\n"
-                                                    "Open Com /nowhere/tty fail\n");
+  EXPECT_EQ(GetCapturedStdout(), "err while open com, devname=/nowhere/tty\n"
+                                 "err while open com, devname=(null)\n"
+                                 "Open Com /nowhere/tty fail\n");
 }
