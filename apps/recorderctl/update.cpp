@@ -28,14 +28,11 @@ bool download(std::string url, std::string file)
   return http_download(url.data(), file.data()) == 0;
 }
 
-// The first word of the text at url, in lower case; empty when it is no MD5.
-std::string published_md5(const std::string& url, const std::string& scratch)
+// The first word of a text, in lower case; empty when it is no MD5.
+std::string md5_in(const std::string& text)
 {
-  unlink(scratch.c_str()); // an older one is not to be continued
   std::string hex;
-  if (download(url, scratch))
-    std::ifstream(scratch) >> hex;
-  unlink(scratch.c_str());
+  std::ifstream(text) >> hex;
   const auto isHex = [](unsigned char c)
   {
     return isxdigit(c) != 0;
@@ -47,24 +44,42 @@ std::string published_md5(const std::string& url, const std::string& scratch)
   return hex;
 }
 
+// Downloads, unless that was done before, and looks at what came.
+int fetch(const std::string& url, const std::string& part, const std::string& md5)
+{
+  // An earlier call may have got all of it, and a server refuses to send what follows the end.
+  if (CompareMd5File(part.c_str(), 0, md5.c_str()) == 0)
+    return 0;
+  if (!download(url, part))
+    return fail("cannot download", url);
+  if (CompareMd5File(part.c_str(), 0, md5.c_str()) == 0)
+    return 0;
+  unlink(part.c_str());
+  return fail("wrong MD5 of", url);
+}
+
 } // namespace
 
 int update(const std::string& url, const std::string& file)
 {
   const std::string part = file + ".part";
-  const std::string md5 = published_md5(url + ".md5", file + ".md5.part");
+  const std::string note = part + ".md5"; // what part is to become
+  const std::string newNote = note + ".new";
+  if (!std::ofstream(newNote)) // empties it too: an older one is not to be continued
+    return fail("cannot write", newNote);
+  const std::string md5 = download(url + ".md5", newNote) ? md5_in(newNote) : "";
   if (md5.empty())
-    return fail("no MD5 at", url + ".md5");
-  // An earlier call may have got all of it, and a server refuses to send what follows the end.
-  if (CompareMd5File(part.c_str(), 0, md5.c_str()) != 0)
   {
-    if (!download(url, part))
-      return fail("cannot download", url);
-    if (CompareMd5File(part.c_str(), 0, md5.c_str()) != 0)
-    {
-      unlink(part.c_str());
-      return fail("wrong MD5 of", url);
-    }
+    unlink(newNote.c_str());
+    return fail("no MD5 at", url + ".md5");
   }
-  return finish_file(part, file) ? 0 : fail("cannot write", file);
+  if (md5 != md5_in(note))
+    unlink(part.c_str()); // the beginning of another image
+  rename(newNote.c_str(), note.c_str());
+  int status = fetch(url, part, md5);
+  if (status == 0 && !finish_file(part, file))
+    status = fail("cannot write", file);
+  if (access(part.c_str(), F_OK) != 0)
+    unlink(note.c_str());
+  return status;
 }
