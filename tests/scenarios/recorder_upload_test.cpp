@@ -136,6 +136,8 @@ TEST(RecorderUploadTest, AFileStaysUntilAServerThatBreaksOffHasAcknowledgedAllOf
     const RecorderProcess process(free_port(), {"--data", scratch.path + "/data", "--gps=/dev/null",
                                                 upload_to("recorder", "secret", server.port)});
     EXPECT_TRUE(patiently([&] { return files(scratch.outbox, "").empty(); }));
+    EXPECT_EQ(run(command(DEVCOMM_RECORDER, {"--data", scratch.path + "/data", "--seconds=1"})).errors,
+              "recorder: another recorder uses the directory " + scratch.path + "/data\n");
   }
   EXPECT_EQ(ftp.transfers, "STOR 100000\nAPPE 100000\nAPPE 0\nSTOR 200000\n");
   EXPECT_TRUE(ftp.received == file);
@@ -243,6 +245,7 @@ TEST(RecorderUploadTest, AnUpdateIsBelievedOnlyWithItsMd5)
   EXPECT_EQ(answer.errors, "recorderctl: wrong MD5 of " + url + "/wrong\n");
   EXPECT_EQ(answer.status, 1);
   EXPECT_TRUE(files(scratch.path, ".part").empty());
+  std::ofstream(file + ".part") << std::string(2 * image.size(), 'x'); // left by a download of another
   answer = updated("/cut");
   EXPECT_EQ(answer.errors, "recorderctl: cannot download " + url + "/cut\n");
   EXPECT_EQ(contents(file), "the one before");
