@@ -15,8 +15,8 @@
 ///
 /// In the data directory: recorder.db with the tables event and track, and mnt/sd/events (the cache must lie under
 /// a path with "/mnt/sd"; a data directory on the card has it already). An event is in the cache before on_event
-/// returns, so it outlives the process, whatever ends it; who announces events subscribes after the journal. A
-/// database that another process holds gets its rows later, in order. Any thread.
+/// returns, so it outlives the process, however that ends, though maybe not a loss of power; who announces events
+/// subscribes after the journal. A database that another process holds gets its rows later, in order. Any thread.
 class Journal : public EventSink, public PositionSink
 {
 public:
