@@ -30,10 +30,9 @@ public:
   explicit Process(const std::vector<std::string>& command)
   {
     std::signal(SIGPIPE, SIG_IGN);
-    std::vector<char*> argv;
-    for (const std::string& word : command)
-      argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
+    std::vector<char*> argv(command.size() + 1);
+    std::transform(command.begin(), command.end(), argv.begin(),
+                   [](const std::string& word) { return const_cast<char*>(word.c_str()); });
     int pipes[3][2];
     for (auto& ends : pipes)
       EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
