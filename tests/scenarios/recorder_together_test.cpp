@@ -49,7 +49,7 @@ struct Tap
   std::string end()
   {
     process.signal(SIGTERM);
-    const std::string output = process.read_until(1);
+    std::string output = process.read_until(1);
     EXPECT_EQ(process.wait(), 0) << output;
     return output;
   }
