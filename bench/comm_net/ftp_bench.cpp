@@ -2,8 +2,8 @@
 
 #include <devcomm/ftp_client.h>
 
+#include "comm_net/bench_server.h"
 #include "support/ftp_servers.h"
-#include "support/server_process.h"
 
 #include <algorithm>
 #include <chrono>
@@ -18,17 +18,12 @@ namespace
 constexpr size_t kFileSize = 256 << 20;
 constexpr int kRounds = 7;
 
-[[noreturn]] void fail(const char* what)
-{
-  fprintf(stderr, "ftp_bench: %s\n", what);
-  exit(1);
-}
-
 void check(bool good, const char* what)
 {
   if (!good)
   {
-    fail(what);
+    fprintf(stderr, "ftp_bench: %s\n", what);
+    exit(1);
   }
 }
 
@@ -38,7 +33,7 @@ std::string scratch; // removed at the end, also when the benchmark fails
 struct Job
 {
   int port;
-  FtpServerSetup setup;
+  PeerSetup setup;
   bool download;
 
   std::string Source() const
@@ -82,7 +77,7 @@ double ours(const Job& job)
   UserDefServerSet_t settings{};
   settings.server_port = static_cast<uint16_t>(job.port);
   strcpy(settings.server_addr, "127.0.0.1");
-  strcpy(settings.username, job.setup.username);
+  strcpy(settings.username, job.setup.user);
   strcpy(settings.password, job.setup.password);
   strcpy(settings.remotedir, job.download ? "" : "up");
   CFtpClient client;
@@ -107,8 +102,8 @@ double curls(const Job& job)
   const std::string url = "ftp://127.0.0.1:" + std::to_string(job.port);
   const std::string files = job.download ? "-o " + job.Target("curl") + " " + url + "/source"
                                          : "-T " + job.Source() + " " + url + "/up/curl";
-  const std::string command = std::string("curl -s --disable-epsv -w '%{time_total}' -u ") +
-                              job.setup.username + ":" + job.setup.password + " " + files;
+  const std::string command = std::string("curl -s --disable-epsv -w '%{time_total}' -u ") + job.setup.user +
+                              ":" + job.setup.password + " " + files;
   FILE* out = popen(command.c_str(), "re");
   char text[32] = "";
   check(out != nullptr && fgets(text, sizeof text, out) != nullptr && pclose(out) == 0, "curl");
@@ -150,19 +145,6 @@ void row(const char* what, const Job& job)
   fflush(stdout);
 }
 
-int free_port()
-{
-  const int sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  socklen_t len = sizeof address;
-  check(bind(sock, reinterpret_cast<sockaddr*>(&address), len) == 0 &&
-            getsockname(sock, reinterpret_cast<sockaddr*>(&address), &len) == 0,
-        "free port");
-  close(sock);
-  return ntohs(address.sin_port);
-}
-
 void fill(const std::string& path)
 {
   const std::string block(1 << 20, 'x');
@@ -195,7 +177,7 @@ int main()
                                                                    : "";
   if (missing.empty())
   {
-    const ServerProcess server(job.setup.arguments);
+    const BenchServer server(job.setup.arguments);
     check(server.Listens(job.port), "the server does not start");
     fill(job.Source());
     row("FTP upload, 256 MiB", job);

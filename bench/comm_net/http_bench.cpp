@@ -2,9 +2,8 @@
 // own figure for the transfer, without the start of its process.
 
 #include "comm_data/rounds.h"
-#include "comm_server_client/bench_net.h"
+#include "comm_net/bench_server.h"
 #include "support/http_servers.h"
-#include "support/server_process.h"
 
 #include <devcomm/http_download.h>
 
@@ -66,7 +65,7 @@ int main()
       std::filesystem::temp_directory_path() / ("http_bench_" + std::to_string(getpid()));
   std::filesystem::create_directories(scratch + "/www");
   const int port = free_port();
-  const HttpServerSetup setup = set_up_nginx(scratch, port);
+  const PeerSetup setup = set_up_nginx(scratch, port);
   if (!setup.missing.empty() || system("curl --version >/dev/null 2>&1") != 0)
   {
     fprintf(table(), "without nginx and curl there is nothing to measure\n");
@@ -75,7 +74,7 @@ int main()
   }
   write_source(scratch + "/www/file");
   {
-    const ServerProcess server(setup.arguments);
+    const BenchServer server(setup.arguments);
     const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/file";
     std::vector<double> ours;
     std::vector<double> theirs;
